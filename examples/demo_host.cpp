@@ -1,0 +1,92 @@
+// demo_host.cpp — a tour of the library as a host application uses it.
+// Starts the library, registers the host's own reporter, provokes a located error report, prints
+// statuses through the library's stream with and without a console handler, and compares
+// versions. Later families of the library add their stops to this tour.
+#include <limits.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+#include <iostream>
+
+#include "krcore.h"
+
+namespace {
+
+// The host's reporter writes to standard output, so the whole tour reads as one stream.
+class HostReporter : public KR_Reporter {
+public:
+    HostReporter() { stream_ = stdout; }
+};
+
+int handledPieces = 0;
+
+// A console handler as a GUI host would install one: it receives every piece of text.
+KR_RET_STATUS consoleHandler(char* text) {
+    ++handledPieces;
+    printf("[console] %s\n", text ? text : "(null)");
+    return KR_RET_TRUE;
+}
+
+void heading(const char* title) {
+    fflush(stdout);
+    std::cout.flush();
+    printf("\n== %s ==\n", title);
+}
+
+}  // namespace
+
+int main() {
+    if (KRI_FAILED(KR_init())) {
+        fprintf(stderr, "KR_init failed\n");
+        return 1;
+    }
+    printf("krcore %s started\n", KR_getKorvaneVersion());
+
+    heading("the host's own reporter");
+    HostReporter reporter;
+    KR_RET_STATUS status = KR_registerReporter(&reporter);
+    printf("KR_registerReporter(&reporter) answered %d\n", status);
+
+    heading("a located error report");
+    fflush(stdout);
+    status = KR_registerReporter(nullptr);
+    fflush(stdout);
+    printf("KR_registerReporter(nullptr) answered %d; last status code %d\n", status,
+           KR_getStatusCode());
+    KR_Version version(1, 2, 3);
+    unsigned int used = 7;
+    fflush(stdout);
+    status = version.pack(version, nullptr, used, KR_STORAGE_BINARY);
+    fflush(stdout);
+    printf("KR_Version::pack(null buffer) answered %d, used %u\n", status, used);
+
+    heading("a status through the stream, no handler");
+    KR_OStream& out = *KR_coutPtr;
+    out << KR_RET_ERR_MEM << "\n";
+    out << "pi is about " << 3.14159 << ", ULONG_MAX is " << ULONG_MAX << "\n";
+    std::cout.flush();
+
+    heading("the same through a console handler");
+    out.setConsoleHandler(consoleHandler);
+    out << KR_RET_ERR_MEM;
+    out << 1.5f;
+    out << static_cast<unsigned long>(-1);
+    out.setConsoleHandler(nullptr);
+    printf("the handler received %d pieces\n", handledPieces);
+
+    heading("versions");
+    KR_Version library(KR_getKorvaneVersion());
+    KR_Version data("1.10");
+    char* libraryText = library.version2Str();
+    char* dataText = data.version2Str();
+    printf("library %s, data %s: data is %s than the library\n", libraryText, dataText,
+           data > library ? "newer" : (data == library ? "no newer" : "older"));
+    printf("1.2.3 < 1.10.0: %s\n", KR_Version(1, 2, 3) < KR_Version(1, 10, 0) ? "true" : "false");
+    free(libraryText);
+    free(dataText);
+
+    KR_registerReporter(KR_defReporter);
+    KR_close();
+    printf("\nkrcore closed\n");
+    return 0;
+}

@@ -1,0 +1,204 @@
+// kr_version.cpp — the three-part version.
+#include "kr_version.h"
+
+#include <stdio.h>
+#include <string.h>
+
+#include "kr_alloc.h"
+
+#define KRI_UNIT "src/kr_version"
+
+namespace {
+
+const char kKorvaneVersion[] = "1.0.0";
+
+// Scans one piece with %d; a piece that does not scan leaves the number as it was.
+void scanPiece(const char* piece, unsigned int& number) {
+    int value = 0;
+    if (sscanf(piece, "%d", &value) == 1) number = static_cast<unsigned int>(value);
+}
+
+int compare(const KR_Version& a, const KR_Version& b) {
+    if (&a == &b) return 0;
+    if (a.getMajor() != b.getMajor()) return a.getMajor() < b.getMajor() ? -1 : 1;
+    if (a.getMinor() != b.getMinor()) return a.getMinor() < b.getMinor() ? -1 : 1;
+    if (a.getPatch() != b.getPatch()) return a.getPatch() < b.getPatch() ? -1 : 1;
+    return 0;
+}
+
+// Parses text into a fresh 0.0.0; false when the parse fails for lack of memory.
+bool parse(const char* text, KR_Version& version) {
+    return !KRI_FAILED(version.str2Version(text));
+}
+
+void putWord(char* buffer, unsigned int word) {
+    for (int i = 0; i < 4; ++i)
+        buffer[i] = static_cast<char>((word >> (8 * i)) & 0xFFu);
+}
+
+unsigned int getWord(const char* buffer) {
+    unsigned int word = 0;
+    for (int i = 0; i < 4; ++i)
+        word |= static_cast<unsigned int>(static_cast<unsigned char>(buffer[i])) << (8 * i);
+    return word;
+}
+
+}  // namespace
+
+// --- KR_Version ---
+
+KR_Version::KR_Version() : major_(0), minor_(0), patch_(0) {}
+
+KR_Version::KR_Version(unsigned int major, unsigned int minor, unsigned int patch)
+    : major_(major), minor_(minor), patch_(patch) {}
+
+KR_Version::KR_Version(const char* text) : major_(0), minor_(0), patch_(0) {
+    str2Version(text);
+}
+
+KR_Version::KR_Version(const KR_Version& other)
+    : KR_Persistable(other), major_(other.major_), minor_(other.minor_), patch_(other.patch_) {}
+
+KR_Version::~KR_Version() {}
+
+KR_Version& KR_Version::operator=(const KR_Version& other) {
+    major_ = other.major_;
+    minor_ = other.minor_;
+    patch_ = other.patch_;
+    return *this;
+}
+
+KR_Version& KR_Version::operator=(const char* text) {
+    str2Version(text);
+    return *this;
+}
+
+KR_RET_STATUS KR_Version::str2Version(const char* text) {
+    KR_setUserError(0);
+    if (text == nullptr) {
+        major_ = minor_ = patch_ = 0;
+        return KR_RET_TRUE;
+    }
+    char* copy = krInternal::dupText(text);
+    if (copy == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
+    char* second = strchr(copy, '.');
+    char* third = nullptr;
+    if (second != nullptr) {
+        *second++ = '\0';
+        third = strchr(second, '.');
+        if (third != nullptr) *third++ = '\0';
+    }
+    scanPiece(copy, major_);
+    if (second != nullptr) scanPiece(second, minor_);
+    if (third != nullptr) scanPiece(third, patch_);
+    krInternal::freeBlock(copy);
+    return KR_RET_TRUE;
+}
+
+char* KR_Version::version2Str() {
+    KR_setUserError(0);
+    char text[48];
+    snprintf(text, sizeof text, "%d.%d.%d", static_cast<int>(major_), static_cast<int>(minor_),
+             static_cast<int>(patch_));
+    char* copy = krInternal::dupText(text);
+    if (copy == nullptr) KRI_FAIL(KR_RET_ERR_MEM);
+    return copy;
+}
+
+bool KR_Version::operator==(const KR_Version& other) const {
+    return compare(*this, other) == 0;
+}
+
+bool KR_Version::operator<(const KR_Version& other) const {
+    return compare(*this, other) < 0;
+}
+
+bool KR_Version::operator>(const KR_Version& other) const {
+    return compare(*this, other) > 0;
+}
+
+bool KR_Version::operator<=(const KR_Version& other) const {
+    return compare(*this, other) <= 0;
+}
+
+bool KR_Version::operator>=(const KR_Version& other) const {
+    return compare(*this, other) >= 0;
+}
+
+bool KR_Version::operator==(const char* text) const {
+    KR_Version other;
+    return parse(text, other) && *this == other;
+}
+
+bool KR_Version::operator<(const char* text) const {
+    KR_Version other;
+    return parse(text, other) && *this < other;
+}
+
+bool KR_Version::operator>(const char* text) const {
+    KR_Version other;
+    return parse(text, other) && *this > other;
+}
+
+bool KR_Version::operator<=(const char* text) const {
+    KR_Version other;
+    return parse(text, other) && *this <= other;
+}
+
+bool KR_Version::operator>=(const char* text) const {
+    KR_Version other;
+    return parse(text, other) && *this >= other;
+}
+
+KR_RET_STATUS KR_Version::pack(KR_Version&, char* buffer, unsigned int& used, KR_STORAGE_TYPE) {
+    KR_setUserError(0);
+    used = 0;
+    if (buffer == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
+    putWord(buffer, major_);
+    putWord(buffer + 4, minor_);
+    putWord(buffer + 8, patch_);
+    used = 12;
+    return KR_RET_TRUE;
+}
+
+unsigned int KR_Version::getPackedSize(KR_Version&, KR_STORAGE_TYPE) {
+    KR_setUserError(0);
+    return 12;
+}
+
+KR_RET_STATUS KR_Version::unpack(KR_Version&, char* buffer, unsigned int& used, KR_STORAGE_TYPE) {
+    KR_setUserError(0);
+    used = 0;
+    if (buffer == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
+    major_ = getWord(buffer);
+    minor_ = getWord(buffer + 4);
+    patch_ = getWord(buffer + 8);
+    used = 12;
+    return KR_RET_TRUE;
+}
+
+KR_RET_STATUS KR_Version::persist(KR_Version&, KR_FileAscii&) {
+    KR_setUserError(0);
+    return KRI_FAIL(KR_RET_ERR_NIMP);
+}
+
+KR_RET_STATUS KR_Version::persist(KR_Version&, KR_FileBinary&, unsigned int& written) {
+    KR_setUserError(0);
+    written = 0;
+    return KRI_FAIL(KR_RET_ERR_NIMP);
+}
+
+KR_RET_STATUS KR_Version::restore(KR_Version&, KR_FileAscii&) {
+    KR_setUserError(0);
+    return KRI_FAIL(KR_RET_ERR_NIMP);
+}
+
+KR_RET_STATUS KR_Version::restore(KR_Version&, KR_FileBinary&, unsigned int& read) {
+    KR_setUserError(0);
+    read = 0;
+    return KRI_FAIL(KR_RET_ERR_NIMP);
+}
+
+const char* KR_getKorvaneVersion() {
+    return kKorvaneVersion;
+}

@@ -1,0 +1,111 @@
+// test_support.h — what every suite shares: status assertions, report capture, output capture
+// and the fault-injection walk. The library is started once per test program (KR_init) and
+// closed at its end.
+#ifndef KRCORE_TEST_SUPPORT_H
+#define KRCORE_TEST_SUPPORT_H
+
+#include <stdio.h>
+
+#include <string>
+
+#include "gtest/gtest.h"
+
+#include "krcore.h"
+
+namespace krtest {
+
+// "KR_RET_ERR_MEM" and so on; "Undefined(n)" for other values.
+std::string statusName(KR_RET_STATUS status);
+
+::testing::AssertionResult statusIs(const char* expectedExpr,
+                                    const char* actualExpr,
+                                    KR_RET_STATUS expected,
+                                    KR_RET_STATUS actual);
+::testing::AssertionResult statusOk(const char* expr, KR_RET_STATUS actual);
+
+// Registers a KR_Reporter that writes to a temporary file for its lifetime, and restores the
+// previously registered reporter afterwards.
+class ReportCapture {
+public:
+    ReportCapture();
+    ~ReportCapture();
+    ReportCapture(const ReportCapture&) = delete;
+    ReportCapture& operator=(const ReportCapture&) = delete;
+
+    // Everything reported so far.
+    std::string text();
+    // As text(), with every ": line <digits>: " turned into ": line N: ", so that expectations
+    // do not depend on source lines. Fails the test if a line number is not positive.
+    std::string located();
+    // Forgets what was reported so far.
+    void clear();
+
+    KR_Reporter& reporter();
+
+private:
+    struct Impl;
+    Impl* impl_;
+};
+
+// Redirects a standard descriptor (1 or 2) into a temporary file for its lifetime.
+class DescriptorCapture {
+public:
+    explicit DescriptorCapture(int descriptor);
+    ~DescriptorCapture();
+    DescriptorCapture(const DescriptorCapture&) = delete;
+    DescriptorCapture& operator=(const DescriptorCapture&) = delete;
+
+    // Flushes the C and C++ standard streams and returns what reached the descriptor so far.
+    std::string text();
+
+private:
+    int descriptor_;
+    int saved_;
+    FILE* file_;
+};
+
+// Fault injection: runs op with the n-th allocation made to fail, for n = 1, 2, ... until op
+// completes without reaching the n-th allocation; after each failing run check(status, n)
+// asserts status, report and state. op builds its own state (its allocations count too).
+template <class Op, class Check>
+void forEachAllocationFailure(Op op, Check check) {
+    for (unsigned long n = 1; n < 100000; ++n) {
+        krTesting::failAllocation(n);
+        KR_RET_STATUS status = op();
+        bool fired = krTesting::allocationFailureFired();
+        krTesting::failAllocation(0);
+        if (!fired) return;
+        SCOPED_TRACE("allocation " + std::to_string(n) + " failed");
+        check(status, n);
+        if (::testing::Test::HasFatalFailure()) return;
+    }
+}
+
+// Like the two-argument form, but setup() runs before the countdown is armed and returns the
+// state (by value or pointer-like) that op(state) and check(state, status, n) work on.
+template <class Setup, class Op, class Check>
+void forEachAllocationFailure(Setup setup, Op op, Check check) {
+    for (unsigned long n = 1; n < 100000; ++n) {
+        auto state = setup();
+        krTesting::failAllocation(n);
+        KR_RET_STATUS status = op(state);
+        bool fired = krTesting::allocationFailureFired();
+        krTesting::failAllocation(0);
+        if (!fired) return;
+        SCOPED_TRACE("allocation " + std::to_string(n) + " failed");
+        check(state, status, n);
+        if (::testing::Test::HasFatalFailure()) return;
+    }
+}
+
+}  // namespace krtest
+
+#define EXPECT_KR_STATUS(expected, expr) EXPECT_PRED_FORMAT2(krtest::statusIs, expected, expr)
+#define ASSERT_KR_STATUS(expected, expr) ASSERT_PRED_FORMAT2(krtest::statusIs, expected, expr)
+#define EXPECT_KR_OK(expr) EXPECT_PRED_FORMAT1(krtest::statusOk, expr)
+#define ASSERT_KR_OK(expr) ASSERT_PRED_FORMAT1(krtest::statusOk, expr)
+// Skips the test in builds without fault injection.
+#define KR_REQUIRE_FAULT_INJECTION() \
+    if (!krTesting::faultInjectionAvailable()) GTEST_SKIP() << "built without KR_FAULT_INJECTION"
+
+#endif  // KRCORE_TEST_SUPPORT_H
