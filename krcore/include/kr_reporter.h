@@ -12,7 +12,8 @@
 
 #include "kr_globals.h"
 
-enum KR_RET_STATUS {
+// Held in 32 bits on every target; values outside the enumerators may be stored and compared.
+enum KR_RET_STATUS : int {
     KR_RET_FALSE = 0,
     KR_RET_TRUE = 1,
     KR_RET_ERR_ARG = 3,

@@ -14,8 +14,8 @@ KR_RET_STATUS KR_init() {
     if (KR_defReporter == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
     KR_RET_STATUS status = KR_registerReporter(KR_defReporter);
     if (KRI_FAILED(status)) return status;
-    KR_systemVersionRead = "1.0.0";
-    KR_systemVersionWrite = "1.0.0";
+    KR_systemVersionRead = KR_Version(1, 0, 0);
+    KR_systemVersionWrite = KR_Version(1, 0, 0);
     KR_coutPtr = krInternal::newObject<KR_OStream>();
     if (KR_coutPtr == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
     return KR_msgInit();

@@ -130,8 +130,11 @@ KR_RET_STATUS noStream(const char* operation, unsigned int line) {
 }
 
 KR_RET_STATUS noStreamW(const wchar_t* operation, unsigned int line) {
-    fwprintf(stderr, L"KR_Reporter::%ls(): object not initialized : (%s,%d)\n\n", operation,
-             KRI_UNIT, static_cast<int>(line));
+    wchar_t text[160];
+    swprintf(text, sizeof text / sizeof text[0],
+             L"KR_Reporter::%ls(): object not initialized : (%s,%d)\n\n", operation, KRI_UNIT,
+             static_cast<int>(line));
+    krPlatform::writeWide(stderr, text);
     return KR_RET_ERR_GEN;
 }
 
