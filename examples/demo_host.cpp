@@ -59,6 +59,12 @@ int main() {
     status = version.pack(version, nullptr, used, KR_STORAGE_BINARY);
     fflush(stdout);
     printf("KR_Version::pack(null buffer) answered %d, used %u\n", status, used);
+    // Hosts report their own failures the same way, narrow or wide.
+    fflush(stdout);
+    KR_reportErrorMsg("demo_host", __LINE__, "loading settings", "%s not found\n", "host.xml");
+    KR_reportWarningMsgW("demo_host", __LINE__, L"wide report", L"%ls\n",
+                         L"file names stay narrow");
+    fflush(stdout);
 
     heading("a status through the stream, no handler");
     KR_OStream& out = *KR_coutPtr;
