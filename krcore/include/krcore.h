@@ -4,15 +4,12 @@
 
 #include "kr_alloc.h"
 #include "kr_base.h"
-#include "kr_file.h"
 #include "kr_globals.h"
 #include "kr_init.h"
 #include "kr_iostream.h"
 #include "kr_mem.h"
 #include "kr_persist.h"
 #include "kr_reporter.h"
-#include "kr_str.h"
-#include "kr_strbase.h"
 #include "kr_version.h"
 
 #endif  // KRCORE_KRCORE_H
