@@ -223,6 +223,14 @@ KR_API KR_OStream& operator<<(KR_OStream& stream, KR_RET_STATUS status);
 namespace krInternal {
 // Reports status at file and line, and yields status.
 KR_API KR_RET_STATUS failAt(KR_RET_STATUS status, const char* file, unsigned int line);
+
+// The user error cell behind KR_setUserError. The container templates clear it inline on every
+// operation, which keeps a cursor walk free of calls into the library.
+extern KR_API int userError;
+
+inline void clearUserError() {
+    userError = 0;
+}
 }  // namespace krInternal
 
 #define KRI_FAIL(st) krInternal::failAt((st), KRI_UNIT, __LINE__)

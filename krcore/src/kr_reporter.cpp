@@ -11,8 +11,6 @@
 
 namespace {
 
-int userError = 0;
-
 // Texts that reportStat writes after the location line, by status value 0..15.
 const char* const kStatusTexts[16] = {
         nullptr,
@@ -480,11 +478,11 @@ void KR_clearStatusCode() {
 }
 
 void KR_setUserError(int error) {
-    userError = error;
+    krInternal::userError = error;
 }
 
 int KR_getUserError() {
-    return userError;
+    return krInternal::userError;
 }
 
 const char* KR_msg(unsigned int group, unsigned int id) {
@@ -561,6 +559,8 @@ KR_OStream& operator<<(KR_OStream& stream, KR_RET_STATUS status) {
 }
 
 namespace krInternal {
+
+int userError = 0;
 
 KR_RET_STATUS failAt(KR_RET_STATUS status, const char* file, unsigned int line) {
     KR_reportStatus(status, file, line);

@@ -1,0 +1,652 @@
+// kr_array_impl.h — the dynamic array, the library's basic sequence.
+// KR_Array keeps exactly numElems() elements in one heap block and never holds spare capacity:
+// every change of length allocates a block of the new length and copies into it. Appending one
+// element at a time therefore copies the whole array each time (quadratic over many appends);
+// to add many elements, insert all slots with one insElems call and fill them afterwards.
+#ifndef KRCORE_KR_ARRAY_IMPL_H
+#define KRCORE_KR_ARRAY_IMPL_H
+
+#include <limits.h>
+#include <string.h>
+
+#include <type_traits>
+
+#include "kr_alloc.h"
+#include "kr_container.h"
+#include "kr_reporter.h"
+
+// KR_Array — a contiguous block of exactly numElems() elements with a cursor. The array owns
+// its block (array-new). With rawCopy set the elements are treated as plain data: moved with raw
+// memory copies, and new or vacated slots are zero-filled; with rawCopy zero they are moved by
+// assignment and new slots keep their default value. An element type that is not trivially
+// copyable is always moved by assignment (and cleared with its default value), whatever rawCopy
+// says, so that no element is duplicated or lost by a byte copy. Every failed allocation leaves
+// the array as it was. After a failed construction every operation answers KR_RET_ERR_POBJ.
+template <class T>
+class KR_Array : public KR_IndContainer<T> {
+public:
+    // n default elements (n is a length, not a capacity); rawCopy is kept only when the block
+    // could be allocated.
+    explicit KR_Array(unsigned int n = 0, unsigned char rawCopy = 0);
+    // Starts empty with rawCopy zero and assigns from other.
+    KR_Array(const KR_Array<T>& other);
+    ~KR_Array() override;
+    // Copies src's elements and rawCopy. When the lengths differ the block is replaced (a failed
+    // allocation is reported and changes nothing) and the cursor keeps its index if that index is
+    // still inside the new length, else it goes to element 0. The cursor is never copied.
+    KR_Array<T>& operator=(const KR_Array<T>& src);
+
+    T& operator[](unsigned int i) override;
+    // Copies up to count elements of src from srcIndex into this array from dstIndex, never
+    // growing this array. Both range ends are clamped to this array's last element: the source end
+    // as well, so keep the source range inside src (a range running past src's end stops there).
+    // KR_RET_FALSE when count is 0, an index is out of range or nothing is left to copy.
+    KR_RET_STATUS subCopy(const KR_Array<T>& src,
+                          unsigned int srcIndex,
+                          unsigned int dstIndex,
+                          unsigned int count);
+    // Equal lengths and pairwise equal elements. Walks both cursors under their locks, so both
+    // cursors are moved (to null when the arrays are equal).
+    unsigned char operator==(KR_Array<T>& other);
+
+    // Inserts count slots before or after index (grow set). An index at or past the end inserts
+    // after the last element. The cursor keeps its index (a null cursor goes to element 0), so it
+    // may now designate a different element.
+    KR_RET_STATUS insElems(KR_INS_METHOD method, unsigned int index, unsigned int count) override;
+    // grow zero: shifts the elements from the insertion point count places right within the
+    // current length, dropping the tail, and clears the opened gap. Only KR_INS_AFTER itself
+    // means "after" here; other non-zero methods insert before.
+    KR_RET_STATUS insElems(KR_INS_METHOD method,
+                           unsigned int index,
+                           unsigned int count,
+                           unsigned char grow);
+    // Deletes up to count elements from index (shrink set). The cursor keeps its index, clamped to
+    // the new last element; a null cursor goes to element 0; an emptied array has a null cursor.
+    KR_RET_STATUS delElems(unsigned int index, unsigned int count) override;
+    // shrink zero: closes the gap and clears the freed tail; the length stays.
+    KR_RET_STATUS delElems(unsigned int index, unsigned int count, unsigned char shrink);
+    // Reallocates the whole block for one more element; see the banner for bulk insertion.
+    KR_RET_STATUS appendElem(T elem) override;
+    KR_RET_STATUS preappendElem(T elem) override;
+    // KR_RET_FALSE for an array that is already empty.
+    KR_RET_STATUS delAll() override;
+    // Afterwards the cursor stands on the element that followed the deleted one (or on the new
+    // last element); moveNext advances once more from there.
+    KR_RET_STATUS delCurElem(unsigned char moveNext) override;
+    // Resizes to exactly n elements, keeping the first min(n, numElems()). The cursor keeps its
+    // index clamped to n - 1; a null cursor goes to element 0 (null when n is 0).
+    KR_RET_STATUS reallocate(unsigned int n);
+    // Moves n elements from src to dst inside the array (overlap-safe); both ranges are clamped
+    // to the array. With clear set, the source slots the move vacated are cleared.
+    KR_RET_STATUS memMove(unsigned int dst, unsigned int src, unsigned int n, unsigned char clear);
+
+    KRI_INLINE unsigned char objIsEnabled() override { return initialised_; }
+
+    KRI_INLINE unsigned char getRawCopy() { return rawCopy_; }
+
+    // Cursor operations. Not initialised: reported, KR_RET_ERR_POBJ (6, read as true, from the
+    // operations answering unsigned char); curIsNull then answers true without a report.
+    unsigned char curIsNull() override;
+    unsigned char curAtFirst() override;
+    unsigned char curAtLast() override;
+    KR_RET_STATUS setCurFirst() override;
+    KR_RET_STATUS setCurLast() override;
+    // From element 0 (setCurPrev) or the last element (setCurNext) the cursor becomes null and the
+    // answer is KR_RET_FALSE.
+    KR_RET_STATUS setCurPrev() override;
+    KR_RET_STATUS setCurNext() override;
+    KR_RET_STATUS getCurIndex(unsigned int& index) override;
+    KR_RET_STATUS setCurIndex(unsigned int index) override;
+    KR_RET_STATUS getCurElem(T** elem) override;
+    KR_RET_STATUS setCurElem(T elem) override;
+    KR_RET_STATUS setCur(T elem) override;
+
+private:
+    static constexpr bool kPlain = std::is_trivially_copyable<T>::value;
+
+    KR_RET_STATUS initDataMembers(unsigned int n);
+    KR_RET_STATUS cleanupDataMembers();
+
+    KRI_INLINE bool rawMode() const { return kPlain && rawCopy_ != 0; }
+
+    // Copies n elements between blocks that do not overlap.
+    void copyElems(T* dst, const T* src, size_t n);
+    // Clears n slots fresh from array-new: zeros in raw mode and for types whose default
+    // construction leaves them undetermined; other types keep their default value.
+    void clearFresh(T* slots, size_t n);
+    // Clears n slots that held elements: zeros in raw mode, the default value otherwise.
+    void clearUsed(T* slots, size_t n);
+
+    KRI_INLINE void placeCursor(unsigned int i) { this->cur_.set(i, data_ + i); }
+
+    KRI_INLINE void nullCursor() { this->cur_.clear(); }
+
+    // The index the cursor keeps across a change to length n: its own (0 when null), clamped.
+    unsigned int keptIndex(unsigned int n) const;
+    // Makes block (n elements, or null for 0) the array's storage and places the cursor at index.
+    void adoptBlock(T* block, unsigned int n, unsigned int index);
+
+    unsigned char initialised_;
+    T* data_;  // exactly numElems_ elements; null exactly when numElems_ is 0
+    unsigned char rawCopy_;
+};
+
+// ---------------------------------------------------------------------------------------------
+
+#pragma push_macro("KRI_UNIT")
+#undef KRI_UNIT
+#define KRI_UNIT "krcore/include/kr_array_impl"
+
+// --- KR_Array ---
+
+template <class T>
+KR_Array<T>::KR_Array(unsigned int n, unsigned char rawCopy)
+    : initialised_(0), data_(nullptr), rawCopy_(0) {
+    krInternal::clearUserError();
+    if (initDataMembers(n) != KR_RET_TRUE) return;
+    rawCopy_ = rawCopy;
+    clearFresh(data_, n);
+}
+
+template <class T>
+KR_Array<T>::KR_Array(const KR_Array<T>& other)
+    : KR_IndContainer<T>(), initialised_(0), data_(nullptr), rawCopy_(0) {
+    krInternal::clearUserError();
+    if (initDataMembers(0) != KR_RET_TRUE) return;
+    *this = other;
+}
+
+template <class T>
+KR_Array<T>::~KR_Array() {
+    cleanupDataMembers();
+}
+
+template <class T>
+KR_Array<T>& KR_Array<T>::operator=(const KR_Array<T>& src) {
+    krInternal::clearUserError();
+    if (&src == this) return *this;
+    if (!initialised_ || !src.initialised_) {
+        KRI_FAIL(KR_RET_ERR_POBJ);
+        return *this;
+    }
+    unsigned int n = src.numElems_;
+    if (n != this->numElems_) {
+        T* block = nullptr;
+        if (n > 0) {
+            block = krInternal::newArray<T>(n);
+            if (block == nullptr) {
+                KRI_FAIL(KR_RET_ERR_MEM);
+                return *this;
+            }
+        }
+        unsigned int index = 0;
+        if (this->cur_.elem != nullptr && this->cur_.index < n) index = this->cur_.index;
+        adoptBlock(block, n, index);
+    }
+    rawCopy_ = src.rawCopy_;
+    copyElems(data_, src.data_, n);
+    return *this;
+}
+
+template <class T>
+KRI_INLINE T& KR_Array<T>::operator[](unsigned int i) {
+    krInternal::clearUserError();
+    if (initialised_ && i < this->numElems_) return data_[i];
+    if (!initialised_) {
+        KRI_FAIL(KR_RET_ERR_POBJ);
+        return krInternal::nullRef<T>();
+    }
+    KRI_MSG("KR_Array: element access", KR_msg(0, 3), static_cast<int>(i), 0,
+            static_cast<int>(this->numElems_ - 1));
+    return krInternal::nullRef<T>();
+}
+
+template <class T>
+KR_RET_STATUS KR_Array<T>::subCopy(const KR_Array<T>& src,
+                                   unsigned int srcIndex,
+                                   unsigned int dstIndex,
+                                   unsigned int count) {
+    krInternal::clearUserError();
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    unsigned int n = this->numElems_;
+    if (count == 0 || srcIndex >= src.numElems_ || dstIndex >= n) return KR_RET_FALSE;
+    // Both ends against this array's length; the source end also against src's, since elements
+    // past src's end do not exist.
+    unsigned long long srcEnd = static_cast<unsigned long long>(srcIndex) + count - 1;
+    if (srcEnd > n - 1) srcEnd = n - 1;
+    if (srcEnd > src.numElems_ - 1) srcEnd = src.numElems_ - 1;
+    unsigned long long dstEnd = static_cast<unsigned long long>(dstIndex) + count - 1;
+    if (dstEnd > n - 1) dstEnd = n - 1;
+    if (srcEnd < srcIndex) return KR_RET_FALSE;
+    unsigned long long moved = srcEnd - srcIndex + 1;
+    if (dstEnd - dstIndex + 1 < moved) moved = dstEnd - dstIndex + 1;
+    T* to = data_ + dstIndex;
+    const T* from = src.data_ + srcIndex;
+    if constexpr (kPlain) {
+        if (rawCopy_) {
+            memmove(static_cast<void*>(to), static_cast<const void*>(from), moved * sizeof(T));
+            return KR_RET_TRUE;
+        }
+    }
+    // A copy within this array may overlap: copy backwards when moving right.
+    if (from < to) {
+        for (size_t k = moved; k > 0; --k)
+            to[k - 1] = from[k - 1];
+    } else if (from != to) {
+        for (size_t k = 0; k < moved; ++k)
+            to[k] = from[k];
+    }
+    return KR_RET_TRUE;
+}
+
+template <class T>
+unsigned char KR_Array<T>::operator==(KR_Array<T>& other) {
+    krInternal::clearUserError();
+    if (!initialised_ || !other.initialised_) {
+        KRI_FAIL(KR_RET_ERR_POBJ);
+        return 0;
+    }
+    if (&other == this) return 1;
+    if (this->numElems_ != other.numElems_) return 0;
+    if (this->numElems_ == 0) return 1;
+    this->lock();
+    other.lock();
+    setCurFirst();
+    other.setCurFirst();
+    unsigned char equal = 1;
+    for (;;) {
+        T* mine = nullptr;
+        T* theirs = nullptr;
+        KR_RET_STATUS stMine = getCurElem(&mine);
+        KR_RET_STATUS stTheirs = other.getCurElem(&theirs);
+        if (KRI_FAILED(stMine) || KRI_FAILED(stTheirs)) {
+            equal = 0;
+            break;
+        }
+        if (stMine == KR_RET_FALSE || stTheirs == KR_RET_FALSE) break;
+        if (!(*mine == *theirs)) {
+            equal = 0;
+            break;
+        }
+        setCurNext();
+        other.setCurNext();
+    }
+    this->unlock();
+    other.unlock();
+    return equal;
+}
+
+template <class T>
+KR_RET_STATUS KR_Array<T>::insElems(KR_INS_METHOD method, unsigned int index, unsigned int count) {
+    return insElems(method, index, count, 1);
+}
+
+template <class T>
+KR_RET_STATUS KR_Array<T>::insElems(KR_INS_METHOD method,
+                                    unsigned int index,
+                                    unsigned int count,
+                                    unsigned char grow) {
+    krInternal::clearUserError();
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    if (count == 0) return KR_RET_FALSE;
+    unsigned int n = this->numElems_;
+    if (n == 0) return grow ? reallocate(count) : KR_RET_FALSE;
+    if (index >= n) {
+        index = n - 1;
+        method = KR_INS_AFTER;
+    }
+    if (grow) {
+        if (count > UINT_MAX - n) return KRI_FAIL(KR_RET_ERR_MEM);
+        T* block = krInternal::newArray<T>(static_cast<size_t>(n) + count);
+        if (block == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
+        unsigned int split = method != KR_INS_BEFORE ? index + 1 : index;
+        copyElems(block, data_, split);
+        copyElems(block + split + count, data_ + split, n - split);
+        clearFresh(block + split, count);
+        adoptBlock(block, n + count, this->cur_.elem != nullptr ? this->cur_.index : 0);
+        return KR_RET_TRUE;
+    }
+    unsigned int at = index;
+    if (method == KR_INS_AFTER) ++at;
+    if (count < n && at <= n - count - 1) {
+        KR_RET_STATUS st = memMove(at + count, at, n - count - at, 1);
+        if (KRI_FAILED(st)) return st;
+        // The move clears only the slots it vacated; a gap wider than the moved run also held
+        // elements that fell off the end.
+        clearUsed(data_ + at, count);
+        return st;
+    }
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_Array<T>::delElems(unsigned int index, unsigned int count) {
+    KR_RET_STATUS st = delElems(index, count, 1);
+    if (KRI_FAILED(st)) return st;
+    return st == KR_RET_FALSE ? KR_RET_FALSE : KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_Array<T>::delElems(unsigned int index, unsigned int count, unsigned char shrink) {
+    krInternal::clearUserError();
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    unsigned int n = this->numElems_;
+    if (count == 0 || index >= n) return KR_RET_FALSE;
+    if (count > n - index) count = n - index;
+    unsigned int rest = n - index - count;
+    if (!shrink) {
+        if (rest > 0) memMove(index, index + count, rest, 0);
+        clearUsed(data_ + (n - count), count);
+        return KR_RET_TRUE;
+    }
+    // The new block is filled straight from the old one, so a failed allocation leaves the
+    // array untouched.
+    unsigned int newLength = n - count;
+    T* block = nullptr;
+    if (newLength > 0) {
+        block = krInternal::newArray<T>(newLength);
+        if (block == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
+        copyElems(block, data_, index);
+        copyElems(block + index, data_ + index + count, rest);
+    }
+    adoptBlock(block, newLength, keptIndex(newLength));
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_Array<T>::appendElem(T elem) {
+    krInternal::clearUserError();
+    unsigned int n = this->numElems_;
+    KR_RET_STATUS st = insElems(KR_INS_AFTER, n == 0 ? 0 : n - 1, 1, 1);
+    if (KRI_FAILED(st)) return st;
+    data_[this->numElems_ - 1] = elem;
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_Array<T>::preappendElem(T elem) {
+    krInternal::clearUserError();
+    KR_RET_STATUS st = insElems(KR_INS_BEFORE, 0, 1, 1);
+    if (KRI_FAILED(st)) return st;
+    data_[0] = elem;
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_Array<T>::delAll() {
+    return delElems(0, this->numElems_);
+}
+
+template <class T>
+KR_RET_STATUS KR_Array<T>::delCurElem(unsigned char moveNext) {
+    krInternal::clearUserError();
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    if (this->cur_.elem == nullptr) return KR_RET_FALSE;
+    KR_RET_STATUS st = delElems(this->cur_.index, 1, 1);
+    if (KRI_FAILED(st)) return st;
+    if (moveNext) setCurNext();
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_Array<T>::reallocate(unsigned int n) {
+    krInternal::clearUserError();
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    if (n == this->numElems_) return KR_RET_TRUE;
+    T* block = nullptr;
+    if (n > 0) {
+        block = krInternal::newArray<T>(n);
+        if (block == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
+    }
+    unsigned int kept = n < this->numElems_ ? n : this->numElems_;
+    copyElems(block, data_, kept);
+    clearFresh(block + kept, n - kept);
+    adoptBlock(block, n, keptIndex(n));
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_Array<T>::memMove(unsigned int dst,
+                                   unsigned int src,
+                                   unsigned int n,
+                                   unsigned char clear) {
+    krInternal::clearUserError();
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    unsigned int length = this->numElems_;
+    if (n == 0) return KR_RET_FALSE;
+    if (src >= length || dst >= length) return KR_RET_FALSE;
+    unsigned int last = length - 1;
+    unsigned int srcEnd = n - 1 > last - src ? last : src + n - 1;
+    unsigned int dstEnd = n - 1 > last - dst ? last : dst + n - 1;
+    unsigned int moved = srcEnd - src + 1;
+    if (dstEnd - dst + 1 < moved) moved = dstEnd - dst + 1;
+    // The ranges actually moved.
+    srcEnd = src + moved - 1;
+    dstEnd = dst + moved - 1;
+    bool dstInSource = dst >= src && dst <= srcEnd;
+    if (rawMode()) {
+        memmove(static_cast<void*>(data_ + dst), static_cast<const void*>(data_ + src),
+                static_cast<size_t>(moved) * sizeof(T));
+    } else if (dstInSource) {
+        for (unsigned int k = moved; k > 0; --k)
+            data_[dst + k - 1] = data_[src + k - 1];
+    } else {
+        for (unsigned int k = 0; k < moved; ++k)
+            data_[dst + k] = data_[src + k];
+    }
+    if (clear) {
+        if (dstInSource) {
+            clearUsed(data_ + src, dst - src);
+        } else if (dstEnd >= src && dstEnd <= srcEnd) {
+            clearUsed(data_ + dstEnd + 1, srcEnd - dstEnd);
+        } else {
+            clearUsed(data_ + src, moved);
+        }
+    }
+    return KR_RET_TRUE;
+}
+
+template <class T>
+unsigned char KR_Array<T>::curIsNull() {
+    return !initialised_ || this->cur_.elem == nullptr;
+}
+
+template <class T>
+unsigned char KR_Array<T>::curAtFirst() {
+    krInternal::clearUserError();
+    if (!initialised_) return static_cast<unsigned char>(KRI_FAIL(KR_RET_ERR_POBJ));
+    return this->cur_.elem != nullptr && this->numElems_ > 0 && this->cur_.index == 0;
+}
+
+template <class T>
+unsigned char KR_Array<T>::curAtLast() {
+    krInternal::clearUserError();
+    if (!initialised_) return static_cast<unsigned char>(KRI_FAIL(KR_RET_ERR_POBJ));
+    return this->cur_.elem != nullptr && this->numElems_ > 0 &&
+           this->cur_.index + 1 == this->numElems_;
+}
+
+template <class T>
+KR_RET_STATUS KR_Array<T>::setCurFirst() {
+    krInternal::clearUserError();
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    return setCurIndex(0);
+}
+
+template <class T>
+KR_RET_STATUS KR_Array<T>::setCurLast() {
+    krInternal::clearUserError();
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    return setCurIndex(this->numElems_ == 0 ? 0 : this->numElems_ - 1);
+}
+
+template <class T>
+KR_RET_STATUS KR_Array<T>::setCurPrev() {
+    krInternal::clearUserError();
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    if (this->cur_.elem == nullptr) return KR_RET_FALSE;
+    if (this->cur_.index == 0) {
+        nullCursor();
+        return KR_RET_FALSE;
+    }
+    placeCursor(this->cur_.index - 1);
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_Array<T>::setCurNext() {
+    krInternal::clearUserError();
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    if (this->cur_.elem == nullptr) return KR_RET_FALSE;
+    if (this->cur_.index + 1 >= this->numElems_) {
+        nullCursor();
+        return KR_RET_FALSE;
+    }
+    placeCursor(this->cur_.index + 1);
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_Array<T>::getCurIndex(unsigned int& index) {
+    krInternal::clearUserError();
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    if (this->cur_.elem == nullptr) {
+        index = 0;
+        return KR_RET_FALSE;
+    }
+    index = this->cur_.index;
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_Array<T>::setCurIndex(unsigned int index) {
+    krInternal::clearUserError();
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    if (index >= this->numElems_) {
+        nullCursor();
+        return KR_RET_FALSE;
+    }
+    placeCursor(index);
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_Array<T>::getCurElem(T** elem) {
+    krInternal::clearUserError();
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    if (elem == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
+    *elem = nullptr;
+    if (this->cur_.elem == nullptr) return KR_RET_FALSE;
+    *elem = this->cur_.elem;
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_Array<T>::setCurElem(T elem) {
+    krInternal::clearUserError();
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    if (this->cur_.elem == nullptr) return KR_RET_FALSE;
+    *this->cur_.elem = elem;
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_Array<T>::setCur(T elem) {
+    krInternal::clearUserError();
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    return this->walkToElem(elem);
+}
+
+template <class T>
+KR_RET_STATUS KR_Array<T>::initDataMembers(unsigned int n) {
+    initialised_ = 0;
+    data_ = nullptr;
+    rawCopy_ = 0;
+    this->numElems_ = 0;
+    nullCursor();
+    if (n > 0) {
+        data_ = krInternal::newArray<T>(n);
+        if (data_ == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
+    }
+    this->numElems_ = n;
+    initialised_ = 1;
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_Array<T>::cleanupDataMembers() {
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    delete[] data_;
+    data_ = nullptr;
+    this->numElems_ = 0;
+    nullCursor();
+    rawCopy_ = 0;
+    initialised_ = 0;
+    return KR_RET_TRUE;
+}
+
+template <class T>
+void KR_Array<T>::copyElems(T* dst, const T* src, size_t n) {
+    if constexpr (kPlain) {
+        if (rawCopy_) {
+            if (n > 0) {
+                memcpy(static_cast<void*>(dst), static_cast<const void*>(src), n * sizeof(T));
+            }
+            return;
+        }
+    }
+    for (size_t k = 0; k < n; ++k)
+        dst[k] = src[k];
+}
+
+template <class T>
+void KR_Array<T>::clearFresh(T* slots, size_t n) {
+    if (n == 0) return;
+    if constexpr (kPlain) {
+        if (rawCopy_ || std::is_trivially_default_constructible<T>::value) {
+            memset(static_cast<void*>(slots), 0, n * sizeof(T));
+        }
+    } else if constexpr (std::is_trivially_default_constructible<T>::value) {
+        for (size_t k = 0; k < n; ++k)
+            slots[k] = T();
+    }
+}
+
+template <class T>
+void KR_Array<T>::clearUsed(T* slots, size_t n) {
+    if (n == 0) return;
+    if constexpr (kPlain) {
+        if (rawCopy_) {
+            memset(static_cast<void*>(slots), 0, n * sizeof(T));
+            return;
+        }
+    }
+    for (size_t k = 0; k < n; ++k)
+        slots[k] = T();
+}
+
+template <class T>
+unsigned int KR_Array<T>::keptIndex(unsigned int n) const {
+    unsigned int index = this->cur_.elem != nullptr ? this->cur_.index : 0;
+    if (n <= index) index = n == 0 ? 0 : n - 1;
+    return index;
+}
+
+template <class T>
+void KR_Array<T>::adoptBlock(T* block, unsigned int n, unsigned int index) {
+    delete[] data_;
+    data_ = block;
+    this->numElems_ = n;
+    if (n > 0) {
+        placeCursor(index);
+    } else {
+        nullCursor();
+    }
+}
+
+#pragma pop_macro("KRI_UNIT")
+
+extern template class KR_API KR_Array<unsigned int>;
+extern template class KR_API KR_Array<KR_Command*>;
+
+#endif  // KRCORE_KR_ARRAY_IMPL_H

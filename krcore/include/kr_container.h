@@ -1,0 +1,325 @@
+// kr_container.h — the interfaces that every container of the library implements.
+// KR_Container fixes the set operations, KR_OrdContainer the indexed sequence with default
+// bodies for bulk add and remove, search, reverse and swap, and KR_IndContainer joins a sequence
+// with the built-in cursor of KR_I_Iterator (kr_iterator_impl.h). Containers hold their
+// elements by value: an element type needs a default constructor, assignment and operator==.
+#ifndef KRCORE_KR_CONTAINER_H
+#define KRCORE_KR_CONTAINER_H
+
+#include <stdint.h>
+
+#include "kr_base.h"
+#include "kr_globals.h"
+#include "kr_reporter.h"
+
+// Element types that the library instantiates its containers for (kr_instances.cpp) before
+// they are defined.
+class KR_Command;
+
+// Where an insertion goes relative to the given index. Operations test only for zero, except
+// KR_Array::insElems with grow zero, which takes exactly KR_INS_AFTER as "after".
+enum KR_INS_METHOD { KR_INS_BEFORE = 0, KR_INS_AFTER = 1 };
+
+// KR_IteratorElem — the cursor of an indexed container: the index of the current element and a
+// pointer to it. node is the linked list's current node (pointer-sized); the other containers
+// keep it zero. Assignment copies all three words.
+template <class T>
+struct KR_IteratorElem {
+    void set(unsigned int newIndex, T* newElem) {
+        index = newIndex;
+        elem = newElem;
+    }
+
+    void clear() {
+        index = 0;
+        elem = nullptr;
+        node = 0;
+    }
+
+    unsigned int index = 0;
+    T* elem = nullptr;  // null when there is no current element (array and list array)
+    uintptr_t node = 0;
+};
+
+// Every member function of the container templates that is defined in its header is always
+// inlined: a Windows DLL does not export the inline members of the template instantiations it
+// provides, so no caller may be left with an out-of-line call to one, with optimisation off as
+// well. All other members are defined out of line and exported with their instantiation.
+#define KRI_INLINE inline __attribute__((always_inline))
+
+namespace krInternal {
+
+// True when r is the KR_NULL_PTR block that failed accessors return; nothing may be written
+// through such a reference.
+template <class T>
+inline bool isNullRef(const T& r) {
+    return static_cast<const void*>(&r) == static_cast<const void*>(&KR_NULL_PTR);
+}
+
+}  // namespace krInternal
+
+// KR_I_Iterator needs KR_IteratorElem and KR_IndContainer needs KR_I_Iterator.
+#include "kr_iterator_impl.h"
+
+// KR_Container — an unordered collection. numElems() is the count of elements held.
+template <class T>
+class KR_Container : public KR_KorvaneClass {
+public:
+    KRI_INLINE KR_Container() : numElems_(0) {}
+
+    KRI_INLINE KR_Container(const KR_Container<T>& other)
+        : KR_KorvaneClass(other), numElems_(other.numElems_) {}
+
+    KRI_INLINE ~KR_Container() override { numElems_ = 0; }
+
+    KRI_INLINE KR_Container<T>& operator=(const KR_Container<T>& other) {
+        numElems_ = other.numElems_;
+        return *this;
+    }
+
+    // 1 when an element equal to elem is held.
+    virtual unsigned char hasElem(T elem) = 0;
+    virtual KR_RET_STATUS addElem(T elem) = 0;
+    // Removes one element equal to elem; KR_RET_FALSE when there is none.
+    virtual KR_RET_STATUS delElem(T elem) = 0;
+    virtual KR_RET_STATUS delAll() = 0;
+
+    KRI_INLINE unsigned int numElems() const { return numElems_; }
+
+protected:
+    unsigned int numElems_;
+};
+
+// KR_OrdContainer — a sequence addressed by a zero-based index. The default bodies use only the
+// other virtual operations, so they serve every concrete sequence (and walk a linked list from
+// its head for every index they touch).
+template <class T>
+class KR_OrdContainer : public KR_Container<T> {
+public:
+    KRI_INLINE KR_OrdContainer() {}
+
+    KRI_INLINE KR_OrdContainer(const KR_OrdContainer<T>& other) : KR_Container<T>(other) {}
+
+    KRI_INLINE KR_OrdContainer<T>& operator=(const KR_OrdContainer<T>& other) {
+        KR_Container<T>::operator=(other);
+        return *this;
+    }
+
+    // Inserts one slot with insElems and writes elem into slot index (method zero) or index + 1.
+    // The slot is taken from the caller's index, not from where insElems placed the new slot:
+    // pass an index inside the container. KR_RET_FALSE when insElems inserted nothing;
+    // KR_RET_ERR_ARG (after the element-access report) when the target slot does not exist.
+    virtual KR_RET_STATUS insElem(KR_INS_METHOD method, unsigned int index, T elem);
+    // Appends other's elements (with allowDuplicates zero only those not held yet, each value
+    // once; a slot counted for a repeated value keeps its default value). Inserts all new slots
+    // with one insElems call. KR_RET_FALSE when other is this container.
+    virtual KR_RET_STATUS addElems(KR_OrdContainer<T>& other, unsigned char allowDuplicates);
+    // delElem for each of other's elements; absent values are skipped. KR_RET_FALSE when other
+    // is this container.
+    virtual KR_RET_STATUS removeElems(KR_OrdContainer<T>& other);
+    // index of the first element equal to elem and KR_RET_TRUE; on a miss KR_RET_FALSE with
+    // index set to numElems().
+    virtual KR_RET_STATUS findElemIndex(T elem, unsigned int& index);
+    virtual KR_RET_STATUS reverse();
+    // KR_RET_ERR_ARG when either index is not below numElems().
+    virtual KR_RET_STATUS swap(unsigned int i, unsigned int j);
+    // The element at i; out of range or not initialised: reported, KR_NULL_PTR reference.
+    virtual T& operator[](unsigned int i) = 0;
+    virtual KR_RET_STATUS insElems(KR_INS_METHOD method,
+                                   unsigned int index,
+                                   unsigned int count) = 0;
+    virtual KR_RET_STATUS delElems(unsigned int index, unsigned int count) = 0;
+    virtual KR_RET_STATUS appendElem(T elem) = 0;
+    virtual KR_RET_STATUS preappendElem(T elem) = 0;
+};
+
+// KR_IndContainer — a sequence with a built-in cursor (the second base). The concrete class
+// gives operator[] one body that serves both bases. Every cursor walk that searches (setCur)
+// holds the iterator lock, so a walk re-entered from inside itself is reported.
+template <class T>
+class KR_IndContainer : public KR_OrdContainer<T>, public KR_I_Iterator<T> {
+public:
+    KRI_INLINE KR_IndContainer() {}
+
+    // The copy starts with a null cursor: a cursor points into its own container's storage.
+    KRI_INLINE KR_IndContainer(const KR_IndContainer<T>& other)
+        : KR_OrdContainer<T>(other), KR_I_Iterator<T>() {}
+
+    KRI_INLINE KR_IndContainer<T>& operator=(const KR_IndContainer<T>& other) {
+        KR_OrdContainer<T>::operator=(other);
+        KR_I_Iterator<T>::operator=(other);
+        return *this;
+    }
+
+    using KR_OrdContainer<T>::operator[];
+
+    // Linear search from index 0; 0 (after a KR_RET_ERR_POBJ report) when not enabled.
+    unsigned char hasElem(T elem) override;
+    // appendElem; KR_RET_ERR_POBJ when not enabled.
+    KR_RET_STATUS addElem(T elem) override;
+    // Moves the cursor to the first equal element (setCur) and deletes it with delCurElem(0);
+    // KR_RET_FALSE, with a null cursor, when there is none.
+    KR_RET_STATUS delElem(T elem) override;
+    virtual unsigned char objIsEnabled() = 0;
+    // insElem at the cursor's index; a null cursor inserts at index 0.
+    virtual KR_RET_STATUS insertElemAtCur(KR_INS_METHOD method, T elem);
+    // Deletes the current element; KR_RET_FALSE for a null cursor. Where the cursor goes after
+    // the deletion is the concrete class's rule.
+    virtual KR_RET_STATUS delCurElem(unsigned char moveNext) = 0;
+};
+
+// ---------------------------------------------------------------------------------------------
+
+#pragma push_macro("KRI_UNIT")
+#undef KRI_UNIT
+#define KRI_UNIT "krcore/include/kr_container"
+
+// --- KR_OrdContainer ---
+
+template <class T>
+KR_RET_STATUS KR_OrdContainer<T>::insElem(KR_INS_METHOD method, unsigned int index, T elem) {
+    krInternal::clearUserError();
+    KR_RET_STATUS st = insElems(method, index, 1);
+    if (KRI_FAILED(st)) return st;
+    if (st == KR_RET_FALSE) return KR_RET_FALSE;
+    T& slot = (*this)[method != KR_INS_BEFORE ? index + 1 : index];
+    // The access has reported the bad index; the shared null block must stay zero.
+    if (krInternal::isNullRef(slot)) return KR_RET_ERR_ARG;
+    slot = elem;
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_OrdContainer<T>::addElems(KR_OrdContainer<T>& other,
+                                           unsigned char allowDuplicates) {
+    krInternal::clearUserError();
+    if (&other == this) return KR_RET_FALSE;
+    unsigned int otherCount = other.numElems();
+    unsigned int count = 0;
+    for (unsigned int i = 0; i < otherCount; ++i) {
+        if (allowDuplicates || !this->hasElem(other[i])) ++count;
+    }
+    unsigned int first = this->numElems_;
+    // After the last element; the linked list, unlike the arrays, does not move an index past
+    // its end to the end. A count of 0 answers KR_RET_FALSE, which is not a failure.
+    KR_RET_STATUS st = insElems(KR_INS_AFTER, first == 0 ? 0 : first - 1, count);
+    if (KRI_FAILED(st)) return st;
+    if (this->numElems_ < first + count) return KR_RET_TRUE;
+    unsigned int next = first;
+    for (unsigned int i = 0; i < otherCount && next < first + count; ++i) {
+        if (!allowDuplicates && this->hasElem(other[i])) continue;
+        (*this)[next++] = other[i];
+    }
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_OrdContainer<T>::removeElems(KR_OrdContainer<T>& other) {
+    krInternal::clearUserError();
+    if (&other == this) return KR_RET_FALSE;
+    for (unsigned int i = 0; i < other.numElems(); ++i) {
+        KR_RET_STATUS st = this->delElem(other[i]);
+        if (KRI_FAILED(st)) return st;
+    }
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_OrdContainer<T>::findElemIndex(T elem, unsigned int& index) {
+    krInternal::clearUserError();
+    index = this->numElems_;
+    for (unsigned int i = 0; i < this->numElems_; ++i) {
+        if ((*this)[i] == elem) {
+            index = i;
+            return KR_RET_TRUE;
+        }
+    }
+    return KR_RET_FALSE;
+}
+
+template <class T>
+KR_RET_STATUS KR_OrdContainer<T>::reverse() {
+    krInternal::clearUserError();
+    unsigned int n = this->numElems_;
+    if (n < 2) return KR_RET_TRUE;
+    // The middle element of an odd count is exchanged with itself.
+    for (unsigned int i = 0; i <= n - 1 - i; ++i) {
+        T tmp = (*this)[i];
+        (*this)[i] = (*this)[n - 1 - i];
+        (*this)[n - 1 - i] = tmp;
+    }
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_OrdContainer<T>::swap(unsigned int i, unsigned int j) {
+    krInternal::clearUserError();
+    if (i >= this->numElems_ || j >= this->numElems_) return KRI_FAIL(KR_RET_ERR_ARG);
+    if (i == j) return KR_RET_TRUE;
+    T tmp = (*this)[i];
+    (*this)[i] = (*this)[j];
+    (*this)[j] = tmp;
+    return KR_RET_TRUE;
+}
+
+// The defaults of the cursor side report under the iterator's name.
+#undef KRI_UNIT
+#define KRI_UNIT "krcore/include/kr_iterator_impl"
+
+// --- KR_IndContainer ---
+
+template <class T>
+unsigned char KR_IndContainer<T>::hasElem(T elem) {
+    krInternal::clearUserError();
+    if (!objIsEnabled()) {
+        KRI_FAIL(KR_RET_ERR_POBJ);
+        return 0;
+    }
+    for (unsigned int i = 0; i < this->numElems_; ++i) {
+        if ((*this)[i] == elem) return 1;
+    }
+    return 0;
+}
+
+template <class T>
+KR_RET_STATUS KR_IndContainer<T>::addElem(T elem) {
+    krInternal::clearUserError();
+    if (!objIsEnabled()) return KRI_FAIL(KR_RET_ERR_POBJ);
+    KR_RET_STATUS st = this->appendElem(elem);
+    if (KRI_FAILED(st)) return st;
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_IndContainer<T>::delElem(T elem) {
+    krInternal::clearUserError();
+    if (!objIsEnabled()) return KRI_FAIL(KR_RET_ERR_POBJ);
+    KR_RET_STATUS st = this->setCur(elem);
+    if (KRI_FAILED(st)) return st;
+    if (st == KR_RET_FALSE) return KR_RET_FALSE;
+    st = delCurElem(0);
+    if (KRI_FAILED(st)) return st;
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_IndContainer<T>::insertElemAtCur(KR_INS_METHOD method, T elem) {
+    krInternal::clearUserError();
+    unsigned int index = 0;
+    KR_RET_STATUS st = this->getCurIndex(index);
+    if (KRI_FAILED(st)) return st;
+    st = this->insElem(method, index, elem);
+    if (KRI_FAILED(st)) return st;
+    return st == KR_RET_FALSE ? KR_RET_FALSE : KR_RET_TRUE;
+}
+
+#pragma pop_macro("KRI_UNIT")
+
+extern template class KR_API KR_Container<unsigned int>;
+extern template class KR_API KR_OrdContainer<unsigned int>;
+extern template class KR_API KR_IndContainer<unsigned int>;
+extern template class KR_API KR_Container<KR_Command*>;
+extern template class KR_API KR_OrdContainer<KR_Command*>;
+extern template class KR_API KR_IndContainer<KR_Command*>;
+
+#endif  // KRCORE_KR_CONTAINER_H

@@ -1,0 +1,309 @@
+// kr_stack_impl.h — the stack, an adapter over an indexed container.
+// KR_Stack stores its elements bottom-up in a fixed-capacity KR_Array, which refuses to take
+// more once full, or in a growable KR_VCArray, which gains growBy slots whenever it is full. The
+// command undo stack is a KR_Stack<KR_Command*>.
+#ifndef KRCORE_KR_STACK_IMPL_H
+#define KRCORE_KR_STACK_IMPL_H
+
+#include "kr_alloc.h"
+#include "kr_array_impl.h"
+#include "kr_base.h"
+#include "kr_reporter.h"
+#include "kr_vcarray_impl.h"
+
+// KR_Stack — a last-in first-out stack of elements held by value. The stack owns its storage.
+// Every slot of the storage exists from construction on (getSize() is the capacity); popped
+// slots keep their values until pushed over. pop and peek hand out references into the
+// storage, valid until the next push. An empty stack answers pop and peek with the KR_NULL_PTR
+// reference without a report: test isEmpty() first. A stack whose storage could not be made
+// is not initialised and reports KR_RET_ERR_POBJ from every operation.
+template <class T>
+class KR_Stack : public KR_KorvaneClass {
+public:
+    // Fixed mode: capacity n, over KR_Array<T>(n, rawCopy).
+    KR_Stack(unsigned int n, unsigned char rawCopy);
+    // Growable mode over KR_VCArray<T>(a, b, rawCopy): a initial slots in blocks of b; a full
+    // stack gains growBy slots (0 is taken as 1).
+    KR_Stack(unsigned int a, unsigned int b, unsigned int growBy, unsigned char rawCopy);
+    // A copy of other's storage, elements and mode.
+    KR_Stack(const KR_Stack<T>& other);
+    ~KR_Stack() override;
+    // Replaces this stack by a copy of other; a failed copy is reported and changes nothing.
+    KR_Stack<T>& operator=(const KR_Stack<T>& other);
+
+    // KR_RET_FALSE (nothing stored) when a fixed stack is full; a growable one grows, and a
+    // failed growth is returned with nothing stored.
+    KR_RET_STATUS push(T elem);
+    // The top element, removed from the stack.
+    T& pop();
+    // Element i counted from the bottom (0 = the first pushed), not from the top.
+    T& peek(unsigned int i);
+    unsigned char isEmpty();
+    unsigned char isFull();
+    unsigned int getNum();
+    // The capacity: the storage's element count.
+    unsigned int getSize();
+
+    KRI_INLINE unsigned char objIsEnabled() { return initialised_; }
+
+private:
+    KR_RET_STATUS initDataMembers();
+    KR_RET_STATUS cleanupDataMembers();
+
+    // Initialised with the storage of its mode.
+    KRI_INLINE bool usable() const {
+        return initialised_ && (growable_ ? vcArray_ != nullptr : array_ != nullptr);
+    }
+
+    KRI_INLINE unsigned int capacity() const {
+        return growable_ ? vcArray_->numElems() : array_->numElems();
+    }
+
+    KRI_INLINE T& slot(unsigned int i) { return growable_ ? vcArray_->at(i) : (*array_)[i]; }
+
+    // Points the hot block at the storage block of slot i (growable mode, i below capacity).
+    KRI_INLINE void warm(unsigned int i) {
+        if (growable_ && i < vcArray_->numElems()) hot_ = vcArray_->blockOf(i, hotFirst_, hotSpan_);
+    }
+
+    KRI_INLINE void cool() {
+        hot_ = nullptr;
+        hotFirst_ = 0;
+        hotSpan_ = 0;
+    }
+
+    unsigned char initialised_;
+    KR_Array<T>* array_;      // storage in fixed mode, else null
+    KR_VCArray<T>* vcArray_;  // storage in growable mode, else null
+    unsigned char growable_;
+    unsigned int num_;  // elements on the stack; element i is storage slot i
+    unsigned int growBy_;
+    // The growable storage's block around the top of the stack: slots hotFirst_ ..
+    // hotFirst_ + hotSpan_ - 1 are hot_[0 ..]. Pushes and pops inside it need no lookup.
+    T* hot_;
+    unsigned int hotFirst_;
+    unsigned int hotSpan_;  // 0 when there is no hot block
+};
+
+// ---------------------------------------------------------------------------------------------
+
+#pragma push_macro("KRI_UNIT")
+#undef KRI_UNIT
+#define KRI_UNIT "krcore/include/kr_stack_impl"
+
+// --- KR_Stack ---
+
+template <class T>
+KR_Stack<T>::KR_Stack(unsigned int n, unsigned char rawCopy) {
+    krInternal::clearUserError();
+    initDataMembers();
+    array_ = krInternal::newObject<KR_Array<T>>(n, rawCopy);
+    if (array_ == nullptr) {
+        KRI_FAIL(KR_RET_ERR_MEM);
+        return;
+    }
+    // The array has reported its own failure.
+    if (!array_->objIsEnabled()) {
+        delete array_;
+        array_ = nullptr;
+        return;
+    }
+    initialised_ = 1;
+}
+
+template <class T>
+KR_Stack<T>::KR_Stack(unsigned int a, unsigned int b, unsigned int growBy, unsigned char rawCopy) {
+    krInternal::clearUserError();
+    initDataMembers();
+    growable_ = 1;
+    growBy_ = growBy == 0 ? 1 : growBy;
+    vcArray_ = krInternal::newObject<KR_VCArray<T>>(a, b, rawCopy);
+    if (vcArray_ == nullptr) {
+        KRI_FAIL(KR_RET_ERR_MEM);
+        return;
+    }
+    if (!vcArray_->objIsEnabled()) {
+        delete vcArray_;
+        vcArray_ = nullptr;
+        return;
+    }
+    initialised_ = 1;
+}
+
+template <class T>
+KR_Stack<T>::KR_Stack(const KR_Stack<T>& other) : KR_KorvaneClass(other) {
+    krInternal::clearUserError();
+    initDataMembers();
+    *this = other;
+}
+
+template <class T>
+KR_Stack<T>::~KR_Stack() {
+    cleanupDataMembers();
+}
+
+template <class T>
+KR_Stack<T>& KR_Stack<T>::operator=(const KR_Stack<T>& other) {
+    krInternal::clearUserError();
+    if (&other == this) return *this;
+    if (!other.usable()) {
+        KRI_FAIL(KR_RET_ERR_POBJ);
+        return *this;
+    }
+    // A storage copy that failed inside has reported and is left with fewer elements.
+    KR_Array<T>* array = nullptr;
+    KR_VCArray<T>* vcArray = nullptr;
+    if (other.growable_) {
+        vcArray = krInternal::newObject<KR_VCArray<T>>(*other.vcArray_);
+        if (vcArray == nullptr) {
+            KRI_FAIL(KR_RET_ERR_MEM);
+            return *this;
+        }
+        if (vcArray->numElems() != other.vcArray_->numElems()) {
+            delete vcArray;
+            return *this;
+        }
+    } else {
+        array = krInternal::newObject<KR_Array<T>>(*other.array_);
+        if (array == nullptr) {
+            KRI_FAIL(KR_RET_ERR_MEM);
+            return *this;
+        }
+        if (array->numElems() != other.array_->numElems()) {
+            delete array;
+            return *this;
+        }
+    }
+    delete array_;
+    delete vcArray_;
+    array_ = array;
+    vcArray_ = vcArray;
+    growable_ = other.growable_;
+    num_ = other.num_;
+    cool();
+    growBy_ = other.growBy_;
+    initialised_ = 1;
+    return *this;
+}
+
+template <class T>
+KRI_INLINE KR_RET_STATUS KR_Stack<T>::push(T elem) {
+    krInternal::clearUserError();
+    // The common case of the undo stack first: a free slot in the hot block.
+    if (num_ - hotFirst_ < hotSpan_) {
+        hot_[num_ - hotFirst_] = elem;
+        ++num_;
+        return KR_RET_TRUE;
+    }
+    if (!usable()) return KRI_FAIL(KR_RET_ERR_POBJ);
+    KR_RET_STATUS st = KR_RET_TRUE;
+    if (num_ == capacity()) {
+        if (!growable_) return KR_RET_FALSE;
+        st = vcArray_->insElems(KR_INS_AFTER, num_ == 0 ? 0 : num_ - 1, growBy_);
+        if (KRI_FAILED(st)) return st;
+    }
+    slot(num_) = elem;
+    warm(num_);
+    ++num_;
+    return st;
+}
+
+template <class T>
+KRI_INLINE T& KR_Stack<T>::pop() {
+    krInternal::clearUserError();
+    unsigned int top = num_ - 1;
+    if (num_ != 0 && top - hotFirst_ < hotSpan_) {
+        num_ = top;
+        return hot_[top - hotFirst_];
+    }
+    if (!usable()) {
+        KRI_FAIL(KR_RET_ERR_POBJ);
+        return krInternal::nullRef<T>();
+    }
+    if (num_ == 0) return krInternal::nullRef<T>();
+    --num_;
+    warm(num_);
+    return slot(num_);
+}
+
+template <class T>
+T& KR_Stack<T>::peek(unsigned int i) {
+    krInternal::clearUserError();
+    if (!usable()) {
+        KRI_FAIL(KR_RET_ERR_POBJ);
+        return krInternal::nullRef<T>();
+    }
+    if (i >= num_) return krInternal::nullRef<T>();
+    return slot(i);
+}
+
+template <class T>
+unsigned char KR_Stack<T>::isEmpty() {
+    krInternal::clearUserError();
+    if (!usable()) {
+        KRI_FAIL(KR_RET_ERR_POBJ);
+        return 1;
+    }
+    return num_ == 0;
+}
+
+template <class T>
+unsigned char KR_Stack<T>::isFull() {
+    krInternal::clearUserError();
+    if (!usable()) {
+        KRI_FAIL(KR_RET_ERR_POBJ);
+        return 0;
+    }
+    return num_ == capacity();
+}
+
+template <class T>
+unsigned int KR_Stack<T>::getNum() {
+    krInternal::clearUserError();
+    if (!usable()) {
+        KRI_FAIL(KR_RET_ERR_POBJ);
+        return 0;
+    }
+    return num_;
+}
+
+template <class T>
+unsigned int KR_Stack<T>::getSize() {
+    krInternal::clearUserError();
+    if (!usable()) {
+        KRI_FAIL(KR_RET_ERR_POBJ);
+        return 0;
+    }
+    return capacity();
+}
+
+template <class T>
+KR_RET_STATUS KR_Stack<T>::initDataMembers() {
+    initialised_ = 0;
+    array_ = nullptr;
+    vcArray_ = nullptr;
+    growable_ = 0;
+    num_ = 0;
+    growBy_ = 0;
+    cool();
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_Stack<T>::cleanupDataMembers() {
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    delete array_;
+    delete vcArray_;
+    array_ = nullptr;
+    vcArray_ = nullptr;
+    num_ = 0;
+    cool();
+    initialised_ = 0;
+    return KR_RET_TRUE;
+}
+
+#pragma pop_macro("KRI_UNIT")
+
+extern template class KR_API KR_Stack<KR_Command*>;
+
+#endif  // KRCORE_KR_STACK_IMPL_H

@@ -1,0 +1,579 @@
+// kr_vcarray_impl.h — the list array: a growable indexed container made of fixed-size blocks.
+// KR_VCArray keeps its elements in blocks of blockSize elements that never move once allocated:
+// the blocks are recorded in a KR_LList and indexed through a directory beside it, so growing
+// at the end adds blocks without copying what is stored, and access by index is O(1). It backs
+// the growable stacks and queues (kr_stack_impl.h, kr_queue_impl.h).
+#ifndef KRCORE_KR_VCARRAY_IMPL_H
+#define KRCORE_KR_VCARRAY_IMPL_H
+
+#include <limits.h>
+#include <string.h>
+
+#include <type_traits>
+
+#include "kr_alloc.h"
+#include "kr_container.h"
+#include "kr_list_impl.h"
+#include "kr_reporter.h"
+
+// KR_VCARR_LLIST_REC — the list record of one block of a KR_VCArray: the block's first element
+// and the index that element has in the list array. The list array owns the block; records
+// are plain handles, copied freely by the list.
+template <class T>
+struct KR_VCARR_LLIST_REC {
+    bool operator==(const KR_VCARR_LLIST_REC<T>& other) const {
+        return elems == other.elems && firstIndex == other.firstIndex;
+    }
+
+    T* elems = nullptr;
+    unsigned int firstIndex = 0;
+};
+
+// KR_VCArray — an indexed container of numElems() elements in blocks of a fixed size. Only the
+// last block may be partly used, and a block is released as soon as no element lives in it.
+// Inserting or deleting elsewhere than at the end moves the elements behind the position one by
+// one; appending never moves any. Indices, clamping, rawCopy and the cursor follow KR_Array's
+// rules, so the two serve interchangeably behind KR_IndContainer. Every failed allocation
+// leaves the list array as it was; after a failed construction every operation answers
+// KR_RET_ERR_POBJ.
+template <class T>
+class KR_VCArray : public KR_IndContainer<T> {
+public:
+    // n elements in blocks of blockSize (0 is taken as 1).
+    explicit KR_VCArray(unsigned int n = 0, unsigned int blockSize = 64, unsigned char rawCopy = 0);
+    // Same block size as other; starts empty and assigns from other.
+    KR_VCArray(const KR_VCArray<T>& other);
+    ~KR_VCArray() override;
+    // Copies src's elements and rawCopy; keeps this block size. A failed allocation is reported
+    // and changes nothing. The cursor rule is KR_Array's.
+    KR_VCArray<T>& operator=(const KR_VCArray<T>& src);
+    // Equal lengths and pairwise equal elements; the cursors are not moved.
+    unsigned char operator==(const KR_VCArray<T>& other) const;
+
+    T& operator[](unsigned int i) override;
+
+    // The element at i without checks or reports, for hot loops that keep i below numElems().
+    KRI_INLINE T& at(unsigned int i) {
+        return pow2_ ? directory_[i >> shift_][i & (blockSize_ - 1)]
+                     : directory_[i / blockSize_][i % blockSize_];
+    }
+
+    // The block holding slot i (below numElems()): its first slot's index and how many of its
+    // slots exist. Blocks never move while the array grows at its end, so a caller that only
+    // appends may keep using the block until it deletes elements.
+    KRI_INLINE T* blockOf(unsigned int i, unsigned int& first, unsigned int& span) {
+        unsigned int b = pow2_ ? i >> shift_ : i / blockSize_;
+        first = b * blockSize_;
+        unsigned int left = this->numElems_ - first;
+        span = left < blockSize_ ? left : blockSize_;
+        return directory_[b];
+    }
+
+    // Index past the end: after the last element. KR_INS_AFTER at the last index grows by
+    // exactly count and moves nothing.
+    KR_RET_STATUS insElems(KR_INS_METHOD method, unsigned int index, unsigned int count) override;
+    KR_RET_STATUS delElems(unsigned int index, unsigned int count) override;
+    KR_RET_STATUS appendElem(T elem) override;
+    KR_RET_STATUS preappendElem(T elem) override;
+    KR_RET_STATUS delAll() override;
+    KR_RET_STATUS delCurElem(unsigned char moveNext) override;
+
+    KRI_INLINE unsigned char objIsEnabled() override { return initialised_; }
+
+    KRI_INLINE unsigned int getBlockSize() { return blockSize_; }
+
+    KRI_INLINE unsigned char getRawCopy() { return rawCopy_; }
+
+    unsigned char curIsNull() override;
+    unsigned char curAtFirst() override;
+    unsigned char curAtLast() override;
+    KR_RET_STATUS setCurFirst() override;
+    KR_RET_STATUS setCurLast() override;
+    KR_RET_STATUS setCurPrev() override;
+    KR_RET_STATUS setCurNext() override;
+    KR_RET_STATUS getCurIndex(unsigned int& index) override;
+    KR_RET_STATUS setCurIndex(unsigned int index) override;
+    KR_RET_STATUS getCurElem(T** elem) override;
+    KR_RET_STATUS setCurElem(T elem) override;
+    KR_RET_STATUS setCur(T elem) override;
+
+private:
+    typedef KR_VCARR_LLIST_REC<T> Record;
+    static constexpr bool kPlain = std::is_trivially_copyable<T>::value;
+
+    KR_RET_STATUS initDataMembers(unsigned int n, unsigned int blockSize, unsigned char rawCopy);
+    KR_RET_STATUS cleanupDataMembers();
+
+    // Adds count cleared slots at the end (allocating blocks as needed); all or nothing.
+    KR_RET_STATUS growAtEnd(unsigned int count);
+    // Releases the blocks beyond keep.
+    void releaseBlocks(unsigned int keep);
+
+    // Blocks needed for n elements.
+    KRI_INLINE unsigned int blocksFor(unsigned int n) const {
+        return static_cast<unsigned int>((static_cast<unsigned long long>(n) + blockSize_ - 1) /
+                                         blockSize_);
+    }
+
+    void clearFresh(T* slots, size_t n);
+    void clearUsed(unsigned int from, unsigned int to);
+
+    KRI_INLINE void placeCursor(unsigned int i) { this->cur_.set(i, &at(i)); }
+
+    KRI_INLINE void nullCursor() { this->cur_.clear(); }
+
+    unsigned int keptIndex(unsigned int n) const;
+    void placeKept(unsigned int index);
+
+    unsigned char initialised_;
+    KR_LList<Record> blocks_;  // one record per block, in index order
+    T** directory_;            // directory_[b] is block b; dirCapacity_ entries allocated
+    unsigned int dirCapacity_;
+    unsigned int numBlocks_;  // always blocksFor(numElems_)
+    unsigned int blockSize_;
+    unsigned int shift_;  // log2 of blockSize_ when pow2_ is set
+    unsigned char pow2_;
+    unsigned char rawCopy_;
+};
+
+// ---------------------------------------------------------------------------------------------
+
+#pragma push_macro("KRI_UNIT")
+#undef KRI_UNIT
+#define KRI_UNIT "krcore/include/kr_vcarray_impl"
+
+// --- KR_VCArray ---
+
+template <class T>
+KR_VCArray<T>::KR_VCArray(unsigned int n, unsigned int blockSize, unsigned char rawCopy)
+    : initialised_(0),
+      directory_(nullptr),
+      dirCapacity_(0),
+      numBlocks_(0),
+      blockSize_(1),
+      shift_(0),
+      pow2_(1),
+      rawCopy_(0) {
+    krInternal::clearUserError();
+    initDataMembers(n, blockSize, rawCopy);
+}
+
+template <class T>
+KR_VCArray<T>::KR_VCArray(const KR_VCArray<T>& other)
+    : KR_IndContainer<T>(),
+      initialised_(0),
+      directory_(nullptr),
+      dirCapacity_(0),
+      numBlocks_(0),
+      blockSize_(1),
+      shift_(0),
+      pow2_(1),
+      rawCopy_(0) {
+    krInternal::clearUserError();
+    if (initDataMembers(0, other.blockSize_, 0) != KR_RET_TRUE) return;
+    *this = other;
+}
+
+template <class T>
+KR_VCArray<T>::~KR_VCArray() {
+    cleanupDataMembers();
+}
+
+template <class T>
+KR_VCArray<T>& KR_VCArray<T>::operator=(const KR_VCArray<T>& src) {
+    krInternal::clearUserError();
+    if (&src == this) return *this;
+    if (!initialised_ || !src.initialised_) {
+        KRI_FAIL(KR_RET_ERR_POBJ);
+        return *this;
+    }
+    unsigned int n = src.numElems_;
+    unsigned int old = this->numElems_;
+    if (n > old && KRI_FAILED(growAtEnd(n - old))) return *this;
+    rawCopy_ = src.rawCopy_;
+    KR_VCArray<T>& from = const_cast<KR_VCArray<T>&>(src);
+    for (unsigned int i = 0; i < n; ++i)
+        at(i) = from.at(i);
+    if (n < old) {
+        clearUsed(n, old);
+        this->numElems_ = n;
+        releaseBlocks(blocksFor(n));
+    }
+    if (n != old) {
+        unsigned int index = 0;
+        if (this->cur_.elem != nullptr && this->cur_.index < n) index = this->cur_.index;
+        placeKept(index);
+    }
+    return *this;
+}
+
+template <class T>
+unsigned char KR_VCArray<T>::operator==(const KR_VCArray<T>& other) const {
+    krInternal::clearUserError();
+    if (!initialised_ || !other.initialised_) {
+        KRI_FAIL(KR_RET_ERR_POBJ);
+        return 0;
+    }
+    if (this->numElems_ != other.numElems_) return 0;
+    KR_VCArray<T>& self = const_cast<KR_VCArray<T>&>(*this);
+    KR_VCArray<T>& them = const_cast<KR_VCArray<T>&>(other);
+    for (unsigned int i = 0; i < this->numElems_; ++i) {
+        if (!(self.at(i) == them.at(i))) return 0;
+    }
+    return 1;
+}
+
+template <class T>
+T& KR_VCArray<T>::operator[](unsigned int i) {
+    krInternal::clearUserError();
+    if (initialised_ && i < this->numElems_) return at(i);
+    if (!initialised_) {
+        KRI_FAIL(KR_RET_ERR_POBJ);
+        return krInternal::nullRef<T>();
+    }
+    KRI_MSG("KR_VCArray: element access", KR_msg(0, 3), static_cast<int>(i), 0,
+            static_cast<int>(this->numElems_ - 1));
+    return krInternal::nullRef<T>();
+}
+
+template <class T>
+KR_RET_STATUS KR_VCArray<T>::insElems(KR_INS_METHOD method,
+                                      unsigned int index,
+                                      unsigned int count) {
+    krInternal::clearUserError();
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    if (count == 0) return KR_RET_FALSE;
+    unsigned int old = this->numElems_;
+    unsigned int cursorIndex = this->cur_.elem != nullptr ? this->cur_.index : 0;
+    if (old == 0) {
+        KR_RET_STATUS st = growAtEnd(count);
+        if (KRI_FAILED(st)) return st;
+        placeKept(0);
+        return KR_RET_TRUE;
+    }
+    if (index >= old) {
+        index = old - 1;
+        method = KR_INS_AFTER;
+    }
+    unsigned int split = method != KR_INS_BEFORE ? index + 1 : index;
+    KR_RET_STATUS st = growAtEnd(count);
+    if (KRI_FAILED(st)) return st;
+    if (split < old) {
+        for (unsigned int k = old; k > split; --k)
+            at(k - 1 + count) = at(k - 1);
+        clearUsed(split, old - split < count ? old : split + count);
+    }
+    placeKept(cursorIndex);
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_VCArray<T>::delElems(unsigned int index, unsigned int count) {
+    krInternal::clearUserError();
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    unsigned int n = this->numElems_;
+    if (count == 0 || index >= n) return KR_RET_FALSE;
+    if (count > n - index) count = n - index;
+    for (unsigned int k = index; k + count < n; ++k)
+        at(k) = at(k + count);
+    // Slots past the end are kept clear, so that growing into them needs no work.
+    clearUsed(n - count, n);
+    unsigned int kept = keptIndex(n - count);
+    this->numElems_ = n - count;
+    releaseBlocks(blocksFor(this->numElems_));
+    placeKept(kept);
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_VCArray<T>::appendElem(T elem) {
+    krInternal::clearUserError();
+    unsigned int n = this->numElems_;
+    KR_RET_STATUS st = insElems(KR_INS_AFTER, n == 0 ? 0 : n - 1, 1);
+    if (KRI_FAILED(st)) return st;
+    at(this->numElems_ - 1) = elem;
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_VCArray<T>::preappendElem(T elem) {
+    krInternal::clearUserError();
+    KR_RET_STATUS st = insElems(KR_INS_BEFORE, 0, 1);
+    if (KRI_FAILED(st)) return st;
+    at(0) = elem;
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_VCArray<T>::delAll() {
+    return delElems(0, this->numElems_);
+}
+
+template <class T>
+KR_RET_STATUS KR_VCArray<T>::delCurElem(unsigned char moveNext) {
+    krInternal::clearUserError();
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    if (this->cur_.elem == nullptr) return KR_RET_FALSE;
+    KR_RET_STATUS st = delElems(this->cur_.index, 1);
+    if (KRI_FAILED(st)) return st;
+    if (moveNext) setCurNext();
+    return KR_RET_TRUE;
+}
+
+template <class T>
+unsigned char KR_VCArray<T>::curIsNull() {
+    return !initialised_ || this->cur_.elem == nullptr;
+}
+
+template <class T>
+unsigned char KR_VCArray<T>::curAtFirst() {
+    krInternal::clearUserError();
+    if (!initialised_) return static_cast<unsigned char>(KRI_FAIL(KR_RET_ERR_POBJ));
+    return this->cur_.elem != nullptr && this->numElems_ > 0 && this->cur_.index == 0;
+}
+
+template <class T>
+unsigned char KR_VCArray<T>::curAtLast() {
+    krInternal::clearUserError();
+    if (!initialised_) return static_cast<unsigned char>(KRI_FAIL(KR_RET_ERR_POBJ));
+    return this->cur_.elem != nullptr && this->numElems_ > 0 &&
+           this->cur_.index + 1 == this->numElems_;
+}
+
+template <class T>
+KR_RET_STATUS KR_VCArray<T>::setCurFirst() {
+    return setCurIndex(0);
+}
+
+template <class T>
+KR_RET_STATUS KR_VCArray<T>::setCurLast() {
+    return setCurIndex(this->numElems_ == 0 ? 0 : this->numElems_ - 1);
+}
+
+template <class T>
+KR_RET_STATUS KR_VCArray<T>::setCurPrev() {
+    krInternal::clearUserError();
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    if (this->cur_.elem == nullptr) return KR_RET_FALSE;
+    if (this->cur_.index == 0) {
+        nullCursor();
+        return KR_RET_FALSE;
+    }
+    placeCursor(this->cur_.index - 1);
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_VCArray<T>::setCurNext() {
+    krInternal::clearUserError();
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    if (this->cur_.elem == nullptr) return KR_RET_FALSE;
+    unsigned int next = this->cur_.index + 1;
+    if (next >= this->numElems_) {
+        nullCursor();
+        return KR_RET_FALSE;
+    }
+    // Within a block the next element is the neighbour in memory.
+    if ((next % blockSize_) != 0) {
+        this->cur_.set(next, this->cur_.elem + 1);
+    } else {
+        placeCursor(next);
+    }
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_VCArray<T>::getCurIndex(unsigned int& index) {
+    krInternal::clearUserError();
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    if (this->cur_.elem == nullptr) {
+        index = 0;
+        return KR_RET_FALSE;
+    }
+    index = this->cur_.index;
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_VCArray<T>::setCurIndex(unsigned int index) {
+    krInternal::clearUserError();
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    if (index >= this->numElems_) {
+        nullCursor();
+        return KR_RET_FALSE;
+    }
+    placeCursor(index);
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_VCArray<T>::getCurElem(T** elem) {
+    krInternal::clearUserError();
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    if (elem == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
+    *elem = this->cur_.elem;
+    return *elem == nullptr ? KR_RET_FALSE : KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_VCArray<T>::setCurElem(T elem) {
+    krInternal::clearUserError();
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    if (this->cur_.elem == nullptr) return KR_RET_FALSE;
+    *this->cur_.elem = elem;
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_VCArray<T>::setCur(T elem) {
+    krInternal::clearUserError();
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    return this->walkToElem(elem);
+}
+
+template <class T>
+KR_RET_STATUS KR_VCArray<T>::initDataMembers(unsigned int n,
+                                             unsigned int blockSize,
+                                             unsigned char rawCopy) {
+    initialised_ = 0;
+    directory_ = nullptr;
+    dirCapacity_ = 0;
+    numBlocks_ = 0;
+    this->numElems_ = 0;
+    nullCursor();
+    blockSize_ = blockSize == 0 ? 1 : blockSize;
+    pow2_ = (blockSize_ & (blockSize_ - 1)) == 0;
+    shift_ = 0;
+    while ((1u << shift_) < blockSize_ && shift_ < 31)
+        ++shift_;
+    // rawCopy decides how the first blocks are cleared; it is kept only on success.
+    rawCopy_ = rawCopy;
+    if (n > 0 && KRI_FAILED(growAtEnd(n))) {
+        rawCopy_ = 0;
+        krInternal::freeBlock(directory_);
+        directory_ = nullptr;
+        dirCapacity_ = 0;
+        return KR_RET_ERR_MEM;
+    }
+    initialised_ = 1;
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_VCArray<T>::cleanupDataMembers() {
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    releaseBlocks(0);
+    krInternal::freeBlock(directory_);
+    directory_ = nullptr;
+    dirCapacity_ = 0;
+    this->numElems_ = 0;
+    nullCursor();
+    rawCopy_ = 0;
+    initialised_ = 0;
+    return KR_RET_TRUE;
+}
+
+template <class T>
+KR_RET_STATUS KR_VCArray<T>::growAtEnd(unsigned int count) {
+    unsigned int old = this->numElems_;
+    if (count > UINT_MAX - old) return KRI_FAIL(KR_RET_ERR_MEM);
+    unsigned int needed = blocksFor(old + count);
+    unsigned int had = numBlocks_;
+    if (needed > dirCapacity_) {
+        // The directory doubles, so that block-by-block growth stays linear overall.
+        unsigned int capacity = dirCapacity_ < 4 ? 4 : dirCapacity_;
+        while (capacity < needed)
+            capacity = capacity > UINT_MAX / 2 ? needed : capacity * 2;
+        void* grown =
+                krInternal::reallocBlock(directory_, static_cast<size_t>(capacity) * sizeof(T*));
+        if (grown == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
+        directory_ = static_cast<T**>(grown);
+        dirCapacity_ = capacity;
+    }
+    for (unsigned int b = had; b < needed; ++b) {
+        T* block = krInternal::newArray<T>(blockSize_);
+        if (block == nullptr) {
+            releaseBlocks(had);
+            return KRI_FAIL(KR_RET_ERR_MEM);
+        }
+        clearFresh(block, blockSize_);
+        Record record;
+        record.elems = block;
+        record.firstIndex = b * blockSize_;
+        KR_RET_STATUS st = blocks_.appendElem(record);
+        if (KRI_FAILED(st)) {
+            delete[] block;
+            releaseBlocks(had);
+            return st;
+        }
+        directory_[b] = block;
+        numBlocks_ = b + 1;
+    }
+    this->numElems_ = old + count;
+    return KR_RET_TRUE;
+}
+
+template <class T>
+void KR_VCArray<T>::releaseBlocks(unsigned int keep) {
+    while (numBlocks_ > keep) {
+        --numBlocks_;
+        delete[] directory_[numBlocks_];
+        directory_[numBlocks_] = nullptr;
+        blocks_.setCurLast();
+        blocks_.delCurElem(0);
+    }
+}
+
+template <class T>
+void KR_VCArray<T>::clearFresh(T* slots, size_t n) {
+    if constexpr (kPlain) {
+        if (rawCopy_ || std::is_trivially_default_constructible<T>::value) {
+            memset(static_cast<void*>(slots), 0, n * sizeof(T));
+        }
+    } else if constexpr (std::is_trivially_default_constructible<T>::value) {
+        for (size_t k = 0; k < n; ++k)
+            slots[k] = T();
+    }
+}
+
+template <class T>
+void KR_VCArray<T>::clearUsed(unsigned int from, unsigned int to) {
+    for (unsigned int i = from; i < to; ++i) {
+        if constexpr (kPlain) {
+            if (rawCopy_) {
+                memset(static_cast<void*>(&at(i)), 0, sizeof(T));
+                continue;
+            }
+        }
+        at(i) = T();
+    }
+}
+
+template <class T>
+unsigned int KR_VCArray<T>::keptIndex(unsigned int n) const {
+    unsigned int index = this->cur_.elem != nullptr ? this->cur_.index : 0;
+    if (n <= index) index = n == 0 ? 0 : n - 1;
+    return index;
+}
+
+template <class T>
+void KR_VCArray<T>::placeKept(unsigned int index) {
+    if (this->numElems_ == 0) {
+        nullCursor();
+    } else {
+        placeCursor(index);
+    }
+}
+
+#pragma pop_macro("KRI_UNIT")
+
+extern template struct KR_VCARR_LLIST_REC<KR_Command*>;
+extern template class KR_API KR_Container<KR_VCARR_LLIST_REC<KR_Command*>>;
+extern template class KR_API KR_OrdContainer<KR_VCARR_LLIST_REC<KR_Command*>>;
+extern template class KR_API KR_I_Iterator<KR_VCARR_LLIST_REC<KR_Command*>>;
+extern template class KR_API KR_IndContainer<KR_VCARR_LLIST_REC<KR_Command*>>;
+extern template class KR_API KR_LNode<KR_VCARR_LLIST_REC<KR_Command*>>;
+extern template class KR_API KR_LList<KR_VCARR_LLIST_REC<KR_Command*>>;
+extern template class KR_API KR_VCArray<KR_Command*>;
+
+#endif  // KRCORE_KR_VCARRAY_IMPL_H

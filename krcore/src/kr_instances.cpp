@@ -1,0 +1,39 @@
+// kr_instances.cpp — the container instantiations that the library itself provides.
+// The headers announce each of these with an extern template declaration, so hosts link against
+// the exported copies below instead of instantiating their own. Element types of units that do
+// not exist yet join this list with their units. The export attribute (KR_API) sits on the
+// extern template declaration in the header, which every definition here sees first; g++ (and
+// MinGW's g++) ignore, and warn about, an attribute repeated on the definition, while still
+// exporting every member from the declaration's attribute.
+#include "kr_array_impl.h"
+#include "kr_container.h"
+#include "kr_iterator_impl.h"
+#include "kr_list_impl.h"
+#include "kr_queue_impl.h"
+#include "kr_stack_impl.h"
+#include "kr_vcarray_impl.h"
+
+template struct KR_IteratorElem<unsigned int>;
+template class KR_Container<unsigned int>;
+template class KR_OrdContainer<unsigned int>;
+template class KR_I_Iterator<unsigned int>;
+template class KR_IndContainer<unsigned int>;
+template class KR_Array<unsigned int>;
+
+template struct KR_IteratorElem<KR_Command*>;
+template class KR_Container<KR_Command*>;
+template class KR_OrdContainer<KR_Command*>;
+template class KR_I_Iterator<KR_Command*>;
+template class KR_IndContainer<KR_Command*>;
+template class KR_Array<KR_Command*>;
+template class KR_VCArray<KR_Command*>;
+template class KR_Stack<KR_Command*>;
+
+template struct KR_VCARR_LLIST_REC<KR_Command*>;
+template struct KR_IteratorElem<KR_VCARR_LLIST_REC<KR_Command*>>;
+template class KR_Container<KR_VCARR_LLIST_REC<KR_Command*>>;
+template class KR_OrdContainer<KR_VCARR_LLIST_REC<KR_Command*>>;
+template class KR_I_Iterator<KR_VCARR_LLIST_REC<KR_Command*>>;
+template class KR_IndContainer<KR_VCARR_LLIST_REC<KR_Command*>>;
+template class KR_LNode<KR_VCARR_LLIST_REC<KR_Command*>>;
+template class KR_LList<KR_VCARR_LLIST_REC<KR_Command*>>;
