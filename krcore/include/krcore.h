@@ -6,6 +6,7 @@
 #include "kr_array_impl.h"
 #include "kr_base.h"
 #include "kr_container.h"
+#include "kr_file.h"
 #include "kr_globals.h"
 #include "kr_init.h"
 #include "kr_iostream.h"
@@ -16,7 +17,10 @@
 #include "kr_queue_impl.h"
 #include "kr_reporter.h"
 #include "kr_stack_impl.h"
+#include "kr_str.h"
+#include "kr_strbase.h"
 #include "kr_vcarray_impl.h"
 #include "kr_version.h"
+#include "kr_xml.h"
 
 #endif  // KRCORE_KRCORE_H

@@ -11,6 +11,7 @@
 #include "kr_list_impl.h"
 #include "kr_queue_impl.h"
 #include "kr_stack_impl.h"
+#include "kr_str.h"
 #include "kr_vcarray_impl.h"
 
 template struct KR_IteratorElem<unsigned int>;
@@ -37,3 +38,17 @@ template class KR_I_Iterator<KR_VCARR_LLIST_REC<KR_Command*>>;
 template class KR_IndContainer<KR_VCARR_LLIST_REC<KR_Command*>>;
 template class KR_LNode<KR_VCARR_LLIST_REC<KR_Command*>>;
 template class KR_LList<KR_VCARR_LLIST_REC<KR_Command*>>;
+
+template struct KR_IteratorElem<KR_String>;
+template class KR_Container<KR_String>;
+template class KR_OrdContainer<KR_String>;
+template class KR_I_Iterator<KR_String>;
+template class KR_IndContainer<KR_String>;
+template class KR_Array<KR_String>;
+
+template struct KR_IteratorElem<KR_StringW>;
+template class KR_Container<KR_StringW>;
+template class KR_OrdContainer<KR_StringW>;
+template class KR_I_Iterator<KR_StringW>;
+template class KR_IndContainer<KR_StringW>;
+template class KR_Array<KR_StringW>;

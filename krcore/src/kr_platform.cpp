@@ -123,3 +123,307 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
     return TRUE;
 }
 #endif
+
+// --- Files and paths (kr_file) ---
+
+#include <errno.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include "kr_alloc.h"
+
+#if defined(_WIN32)
+#include <direct.h>
+#include <fcntl.h>
+#include <io.h>
+#include <process.h>
+#else
+#include <fcntl.h>
+#include <unistd.h>
+#endif
+
+namespace {
+
+#if defined(_WIN32)
+// Widens an ASCII fopen mode ("rb", "r+b", ...).
+void wideMode(const char* mode, wchar_t* out, size_t size) {
+    size_t i = 0;
+    for (; mode[i] != '\0' && i + 1 < size; ++i)
+        out[i] = static_cast<wchar_t>(mode[i]);
+    out[i] = L'\0';
+}
+#else
+// A wide name in the locale's multibyte encoding, on the heap (free()); null with errno set
+// when it does not convert or memory runs out.
+char* narrowName(const wchar_t* name) {
+    mbstate_t state;
+    memset(&state, 0, sizeof state);
+    const wchar_t* src = name;
+    size_t length = wcsrtombs(nullptr, &src, 0, &state);
+    if (length == static_cast<size_t>(-1)) {
+        errno = EILSEQ;
+        return nullptr;
+    }
+    char* out = static_cast<char*>(krInternal::allocZeroed(length + 1, 1));
+    if (out == nullptr) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    memset(&state, 0, sizeof state);
+    src = name;
+    wcsrtombs(out, &src, length + 1, &state);
+    return out;
+}
+
+// Runs op on the multibyte form of name; failed (errno set) when the name does not convert.
+template <class Result, class Op>
+Result withNarrowName(const wchar_t* name, Result failed, Op op) {
+    char* narrow = narrowName(name);
+    if (narrow == nullptr) return failed;
+    auto result = op(narrow);
+    int saved = errno;
+    krInternal::freeBlock(narrow);
+    errno = saved;
+    return result;
+}
+#endif
+
+}  // namespace
+
+namespace krPlatform {
+
+#if defined(_WIN32)
+
+FILE* openFile(const char* name, const char* mode) {
+    FILE* file = fopen(name, mode);
+    if (file != nullptr) setvbuf(file, nullptr, _IONBF, 0);
+    return file;
+}
+
+FILE* openFileW(const wchar_t* name, const char* mode) {
+    wchar_t wmode[8];
+    wideMode(mode, wmode, 8);
+    FILE* file = _wfopen(name, wmode);
+    if (file != nullptr) setvbuf(file, nullptr, _IONBF, 0);
+    return file;
+}
+
+int seekFile(FILE* file, long long pos) {
+    return _fseeki64(file, pos, SEEK_SET);
+}
+
+long long fileSize(FILE* file) {
+    return _filelengthi64(_fileno(file));
+}
+
+int pathKind(const char* path) {
+    struct _stat64 info;
+    if (_stat64(path, &info) != 0) return 0;
+    return (info.st_mode & _S_IFDIR) != 0 ? 2 : 1;
+}
+
+int pathKindW(const wchar_t* path) {
+    struct _stat64 info;
+    if (_wstat64(path, &info) != 0) return 0;
+    return (info.st_mode & _S_IFDIR) != 0 ? 2 : 1;
+}
+
+int makeDir(const char* path) {
+    return _mkdir(path) == 0 ? 0 : errno;
+}
+
+int makeDirW(const wchar_t* path) {
+    return _wmkdir(path) == 0 ? 0 : errno;
+}
+
+int createNewFile(const char* path) {
+    int fd = _open(path, _O_CREAT | _O_EXCL | _O_WRONLY | _O_BINARY, _S_IREAD | _S_IWRITE);
+    if (fd < 0) return errno;
+    _close(fd);
+    return 0;
+}
+
+int createNewFileW(const wchar_t* path) {
+    int fd = _wopen(path, _O_CREAT | _O_EXCL | _O_WRONLY | _O_BINARY, _S_IREAD | _S_IWRITE);
+    if (fd < 0) return errno;
+    _close(fd);
+    return 0;
+}
+
+int removePath(const char* path) {
+    if (pathKind(path) == 2) return _rmdir(path) == 0 ? 0 : errno;
+    return remove(path) == 0 ? 0 : errno;
+}
+
+int removePathW(const wchar_t* path) {
+    if (pathKindW(path) == 2) return _wrmdir(path) == 0 ? 0 : errno;
+    return _wremove(path) == 0 ? 0 : errno;
+}
+
+wchar_t* getEnvW(const wchar_t* name) {
+    return krInternal::dupTextW(_wgetenv(name));
+}
+
+bool defaultTempDir(char* buffer, size_t size) {
+    DWORD n = GetTempPathA(static_cast<DWORD>(size), buffer);
+    if (n == 0 || n >= size) return false;
+    while (n > 1 && (buffer[n - 1] == '\\' || buffer[n - 1] == '/'))
+        buffer[--n] = '\0';
+    return true;
+}
+
+bool defaultTempDirW(wchar_t* buffer, size_t size) {
+    DWORD n = GetTempPathW(static_cast<DWORD>(size), buffer);
+    if (n == 0 || n >= size) return false;
+    while (n > 1 && (buffer[n - 1] == L'\\' || buffer[n - 1] == L'/'))
+        buffer[--n] = L'\0';
+    return true;
+}
+
+char pathListSeparator() {
+    return ';';
+}
+
+char pathSeparator() {
+    return '\\';
+}
+
+unsigned long processId() {
+    return static_cast<unsigned long>(_getpid());
+}
+
+#else
+
+FILE* openFile(const char* name, const char* mode) {
+    FILE* file = fopen(name, mode);
+    if (file != nullptr) setvbuf(file, nullptr, _IONBF, 0);
+    return file;
+}
+
+FILE* openFileW(const wchar_t* name, const char* mode) {
+    return withNarrowName(name, static_cast<FILE*>(nullptr),
+                          [mode](const char* narrow) { return openFile(narrow, mode); });
+}
+
+int seekFile(FILE* file, long long pos) {
+    return fseeko(file, static_cast<off_t>(pos), SEEK_SET);
+}
+
+long long fileSize(FILE* file) {
+    struct stat info;
+    if (fstat(fileno(file), &info) != 0) return -1;
+    return static_cast<long long>(info.st_size);
+}
+
+int pathKind(const char* path) {
+    struct stat info;
+    if (stat(path, &info) != 0) return 0;
+    return S_ISDIR(info.st_mode) ? 2 : 1;
+}
+
+int pathKindW(const wchar_t* path) {
+    return withNarrowName(path, 0, [](const char* narrow) { return pathKind(narrow); });
+}
+
+int makeDir(const char* path) {
+    return mkdir(path, 0777) == 0 ? 0 : errno;
+}
+
+int makeDirW(const wchar_t* path) {
+    int result = withNarrowName(path, -1, [](const char* narrow) { return makeDir(narrow); });
+    return result < 0 ? errno : result;
+}
+
+int createNewFile(const char* path) {
+    int fd = open(path, O_CREAT | O_EXCL | O_WRONLY, 0666);
+    if (fd < 0) return errno;
+    close(fd);
+    return 0;
+}
+
+int createNewFileW(const wchar_t* path) {
+    int result = withNarrowName(path, -1, [](const char* narrow) { return createNewFile(narrow); });
+    return result < 0 ? errno : result;
+}
+
+int removePath(const char* path) {
+    return remove(path) == 0 ? 0 : errno;
+}
+
+int removePathW(const wchar_t* path) {
+    int result = withNarrowName(path, -1, [](const char* narrow) { return removePath(narrow); });
+    return result < 0 ? errno : result;
+}
+
+wchar_t* getEnvW(const wchar_t* name) {
+    char* narrow = narrowName(name);
+    if (narrow == nullptr) return nullptr;
+    const char* value = getenv(narrow);
+    krInternal::freeBlock(narrow);
+    if (value == nullptr) return nullptr;
+    mbstate_t state;
+    memset(&state, 0, sizeof state);
+    const char* src = value;
+    size_t length = mbsrtowcs(nullptr, &src, 0, &state);
+    if (length == static_cast<size_t>(-1)) return nullptr;
+    wchar_t* out = static_cast<wchar_t*>(krInternal::allocZeroed(length + 1, sizeof(wchar_t)));
+    if (out == nullptr) return nullptr;
+    memset(&state, 0, sizeof state);
+    src = value;
+    mbsrtowcs(out, &src, length + 1, &state);
+    return out;
+}
+
+bool defaultTempDir(char* buffer, size_t size) {
+    if (size < 5) return false;
+    memcpy(buffer, "/tmp", 5);
+    return true;
+}
+
+bool defaultTempDirW(wchar_t* buffer, size_t size) {
+    if (size < 5) return false;
+    wmemcpy(buffer, L"/tmp", 5);
+    return true;
+}
+
+char pathListSeparator() {
+    return ':';
+}
+
+char pathSeparator() {
+    return '/';
+}
+
+unsigned long processId() {
+    return static_cast<unsigned long>(getpid());
+}
+
+#endif
+
+}  // namespace krPlatform
+
+namespace krPlatform {
+
+#if defined(_WIN32)
+
+bool systemTakesWide() {
+    return true;
+}
+
+int systemWide(const wchar_t* command) {
+    return _wsystem(command);
+}
+
+#else
+
+bool systemTakesWide() {
+    return false;
+}
+
+int systemWide(const wchar_t*) {
+    return -1;
+}
+
+#endif
+
+}  // namespace krPlatform

@@ -21,6 +21,47 @@ int printWide(FILE* stream, const wchar_t* format, va_list args);
 void coutWide(const wchar_t* text);
 void coutWide(wchar_t c);
 
+// --- Files and paths (kr_file) ---
+// fopen with a narrow or a wide name; mode is a narrow fopen mode. On POSIX a wide name goes
+// through the locale's multibyte conversion (a name that does not convert fails, errno EILSEQ);
+// Windows uses _wfopen. The stream is switched to unbuffered: the file classes buffer themselves.
+FILE* openFile(const char* name, const char* mode);
+FILE* openFileW(const wchar_t* name, const char* mode);
+// Absolute seek with 64-bit offsets; 0 on success.
+int seekFile(FILE* file, long long pos);
+// Size of the open file as the file system has it; -1 on failure.
+long long fileSize(FILE* file);
+// 0: nothing there, 1: a file or anything else that is not a directory, 2: a directory.
+int pathKind(const char* path);
+int pathKindW(const wchar_t* path);
+// Creates one directory (its parent must exist); 0, or the errno value.
+int makeDir(const char* path);
+int makeDirW(const wchar_t* path);
+// Creates a new empty file and fails with EEXIST when anything is there; 0, or the errno value.
+int createNewFile(const char* path);
+int createNewFileW(const wchar_t* path);
+// Removes a file or an empty directory; 0, or the errno value.
+int removePath(const char* path);
+int removePathW(const wchar_t* path);
+// A wide environment variable as a new heap text (krInternal allocator, free()), or null when it
+// is not set or does not convert.
+wchar_t* getEnvW(const wchar_t* name);
+// The platform's directory for temporary files when no variable names one, without a trailing
+// separator ("/tmp" on POSIX, GetTempPath on Windows). False when it does not fit into size.
+bool defaultTempDir(char* buffer, size_t size);
+bool defaultTempDirW(wchar_t* buffer, size_t size);
+// ':' on POSIX, ';' on Windows: separates the directories of a PATH-like variable.
+char pathListSeparator();
+// '/' on POSIX, '\\' on Windows: what the library puts between a directory and a name.
+char pathSeparator();
+unsigned long processId();
+
+// True where the runtime runs a wide command line itself (_wsystem on Windows); elsewhere the
+// caller converts the command to multibyte text and uses system().
+bool systemTakesWide();
+// _wsystem where systemTakesWide(); -1 elsewhere.
+int systemWide(const wchar_t* command);
+
 }  // namespace krPlatform
 
 #endif  // KRCORE_KR_PLATFORM_H

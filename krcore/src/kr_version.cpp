@@ -5,6 +5,9 @@
 #include <string.h>
 
 #include "kr_alloc.h"
+#include "kr_file.h"
+#include "kr_str.h"
+#include "kr_xml.h"
 
 #define KRI_UNIT "src/kr_version"
 
@@ -177,26 +180,48 @@ KR_RET_STATUS KR_Version::unpack(KR_Version&, char* buffer, unsigned int& used, 
     return KR_RET_TRUE;
 }
 
-KR_RET_STATUS KR_Version::persist(KR_Version&, KR_FileAscii&) {
+KR_RET_STATUS KR_Version::persist(KR_Version&, KR_FileAscii& file) {
     KR_setUserError(0);
-    return KRI_FAIL(KR_RET_ERR_NIMP);
+    KR_RET_STATUS status = file.print("<version>%u %u %u</version>\n", major_, minor_, patch_);
+    return KRI_FAILED(status) ? status : KR_RET_TRUE;
 }
 
-KR_RET_STATUS KR_Version::persist(KR_Version&, KR_FileBinary&, unsigned int& written) {
+KR_RET_STATUS KR_Version::persist(KR_Version&, KR_FileBinary& file, unsigned int& written) {
     KR_setUserError(0);
     written = 0;
-    return KRI_FAIL(KR_RET_ERR_NIMP);
+    if (!file.isOpen()) return KRI_FAIL(KR_RET_ERR_ARG);
+    KR_RET_STATUS status = file.persistVal(major_, written);
+    if (!KRI_FAILED(status)) status = file.persistVal(minor_, written);
+    if (!KRI_FAILED(status)) status = file.persistVal(patch_, written);
+    return KRI_FAILED(status) ? status : KR_RET_TRUE;
 }
 
-KR_RET_STATUS KR_Version::restore(KR_Version&, KR_FileAscii&) {
+KR_RET_STATUS KR_Version::restore(KR_Version&, KR_FileAscii& file) {
     KR_setUserError(0);
-    return KRI_FAIL(KR_RET_ERR_NIMP);
+    KR_String text;
+    KR_RET_STATUS status = KR_xmlReadTagEntry(text, file, "<version>", "</version>");
+    if (status != KR_RET_TRUE) return status;
+    // Numbers that do not scan keep their values; an empty entry changes nothing.
+    const char* numbers = text;
+    if (numbers != nullptr) sscanf(numbers, "%u %u %u", &major_, &minor_, &patch_);
+    return KR_RET_TRUE;
 }
 
-KR_RET_STATUS KR_Version::restore(KR_Version&, KR_FileBinary&, unsigned int& read) {
+KR_RET_STATUS KR_Version::restore(KR_Version&, KR_FileBinary& file, unsigned int& read) {
     KR_setUserError(0);
     read = 0;
-    return KRI_FAIL(KR_RET_ERR_NIMP);
+    if (!file.isOpen()) return KRI_FAIL(KR_RET_ERR_ARG);
+    // The numbers change only when all three were read.
+    unsigned int numbers[3] = {0, 0, 0};
+    KR_RET_STATUS status = KR_RET_TRUE;
+    for (unsigned int i = 0; i < 3 && !KRI_FAILED(status); ++i) {
+        status = file.restoreVal(numbers[i], read);
+    }
+    if (KRI_FAILED(status)) return status;
+    major_ = numbers[0];
+    minor_ = numbers[1];
+    patch_ = numbers[2];
+    return KR_RET_TRUE;
 }
 
 const char* KR_getKorvaneVersion() {

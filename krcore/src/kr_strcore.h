@@ -1,0 +1,233 @@
+// kr_strcore.h — the character-width-generic text routines behind the string units.
+// One template per job serves the narrow function and its W twin, and the string classes. None of
+// these report: they answer a status (KR_RET_ERR_MEM, KR_RET_ERR_GEN) and the public function
+// that called them reports it under its own unit name and line. Internal to the library.
+#ifndef KRCORE_KR_STRCORE_H
+#define KRCORE_KR_STRCORE_H
+
+#include <ctype.h>
+#include <stdlib.h>
+#include <string.h>
+#include <wchar.h>
+#include <wctype.h>
+
+#include <type_traits>
+
+#include "kr_alloc.h"
+#include "kr_reporter.h"
+
+namespace krInternal {
+
+template <class C>
+struct CharOps;
+
+template <>
+struct CharOps<char> {
+    static size_t length(const char* text) { return strlen(text); }
+
+    static char upper(char c) { return static_cast<char>(toupper(static_cast<unsigned char>(c))); }
+
+    static char lower(char c) { return static_cast<char>(tolower(static_cast<unsigned char>(c))); }
+
+    static const char* find(const char* text, const char* pattern) { return strstr(text, pattern); }
+
+    static const char* findChar(const char* text, char c) { return strchr(text, c); }
+
+    static char* duplicate(const char* text) { return dupText(text); }
+};
+
+template <>
+struct CharOps<wchar_t> {
+    static size_t length(const wchar_t* text) { return wcslen(text); }
+
+    static wchar_t upper(wchar_t c) {
+        return static_cast<wchar_t>(towupper(static_cast<wint_t>(c)));
+    }
+
+    static wchar_t lower(wchar_t c) {
+        return static_cast<wchar_t>(towlower(static_cast<wint_t>(c)));
+    }
+
+    static const wchar_t* find(const wchar_t* text, const wchar_t* pattern) {
+        return wcsstr(text, pattern);
+    }
+
+    static const wchar_t* findChar(const wchar_t* text, wchar_t c) { return wcschr(text, c); }
+
+    static wchar_t* duplicate(const wchar_t* text) { return dupTextW(text); }
+};
+
+// Characters compare as unsigned values of their own width.
+template <class C>
+using UnsignedChar = std::make_unsigned_t<C>;
+
+template <class C>
+inline size_t textLength(const C* text) {
+    return text == nullptr ? 0 : CharOps<C>::length(text);
+}
+
+template <class C>
+inline bool isWhite(C c) {
+    return c == C(' ') || c == C('\t') || c == C('\n') || c == C('\v') || c == C('\f') ||
+           c == C('\r');
+}
+
+// A zero-filled block of count characters from the C allocator; null on failure.
+template <class C>
+inline C* allocText(size_t count) {
+    return static_cast<C*>(allocZeroed(count, sizeof(C)));
+}
+
+// Upper-cases text in place.
+template <class C>
+inline void upperInPlace(C* text, size_t length) {
+    for (size_t i = 0; i < length; ++i)
+        text[i] = CharOps<C>::upper(text[i]);
+}
+
+// An upper-cased heap copy of text (non-null); null on failure.
+template <class C>
+inline C* upperCopy(const C* text) {
+    C* copy = CharOps<C>::duplicate(text);
+    if (copy != nullptr) upperInPlace(copy, CharOps<C>::length(copy));
+    return copy;
+}
+
+// The case rule of the searches: the texts are searched as they are, or upper-cased copies of
+// them, whose positions map one to one back into the originals. Releases its copies.
+template <class C>
+class SearchTexts {
+public:
+    SearchTexts(const C* text, const C* pattern, unsigned char caseSensitive)
+        : text_(text), pattern_(pattern), textCopy_(nullptr), patternCopy_(nullptr) {
+        if (caseSensitive != 0) return;
+        textCopy_ = upperCopy(text);
+        patternCopy_ = textCopy_ == nullptr ? nullptr : upperCopy(pattern);
+        ok_ = patternCopy_ != nullptr;
+    }
+
+    SearchTexts(const SearchTexts&) = delete;
+    SearchTexts& operator=(const SearchTexts&) = delete;
+
+    ~SearchTexts() {
+        freeBlock(textCopy_);
+        freeBlock(patternCopy_);
+    }
+
+    // False when a working copy could not be made.
+    bool ok() const { return ok_; }
+
+    // The first occurrence at or after offset from, as an offset into the text; -1 for none.
+    long long find(size_t from) const {
+        const C* haystack = textCopy_ != nullptr ? textCopy_ : text_;
+        const C* needle = patternCopy_ != nullptr ? patternCopy_ : pattern_;
+        const C* hit = CharOps<C>::find(haystack + from, needle);
+        return hit == nullptr ? -1 : static_cast<long long>(hit - haystack);
+    }
+
+private:
+    const C* text_;
+    const C* pattern_;
+    C* textCopy_;
+    C* patternCopy_;
+    bool ok_ = true;
+};
+
+// Non-overlapping occurrences of a non-empty pattern, counted from the left.
+template <class C>
+inline unsigned int countOccurrences(const SearchTexts<C>& search, size_t patternLength) {
+    unsigned int count = 0;
+    for (long long at = search.find(0); at >= 0; at = search.find(size_t(at) + patternLength)) {
+        ++count;
+    }
+    return count;
+}
+
+// The substitution shared by the raw and the string-object forms. *out is null unless the
+// answer is KR_RET_TRUE. KR_RET_ERR_MEM is not reported here.
+template <class C>
+KR_RET_STATUS substituteText(C** out,
+                             const C* text,
+                             const C* replacement,
+                             const C* pattern,
+                             unsigned char caseSensitive) {
+    *out = nullptr;
+    if (text == nullptr || replacement == nullptr || pattern == nullptr || *pattern == 0) {
+        return KR_RET_FALSE;
+    }
+    SearchTexts<C> search(text, pattern, caseSensitive);
+    if (!search.ok()) return KR_RET_ERR_MEM;
+    size_t patternLength = CharOps<C>::length(pattern);
+    long long first = search.find(0);
+    if (first < 0) return KR_RET_FALSE;
+    size_t count = countOccurrences(search, patternLength);
+    size_t textLength = CharOps<C>::length(text);
+    size_t replacementLength = CharOps<C>::length(replacement);
+    size_t resultLength = textLength - count * patternLength + count * replacementLength;
+    C* result = allocText<C>(resultLength + 1);
+    if (result == nullptr) return KR_RET_ERR_MEM;
+    C* write = result;
+    size_t done = 0;
+    for (long long at = first; at >= 0; at = search.find(done)) {
+        size_t piece = size_t(at) - done;
+        memcpy(write, text + done, piece * sizeof(C));
+        write += piece;
+        memcpy(write, replacement, replacementLength * sizeof(C));
+        write += replacementLength;
+        done = size_t(at) + patternLength;
+    }
+    memcpy(write, text + done, (textLength - done) * sizeof(C));
+    *out = result;
+    return KR_RET_TRUE;
+}
+
+// a followed by b in a new heap text (null texts count as empty); null on failure.
+template <class C>
+inline C* concatText(const C* a, size_t aLength, const C* b, size_t bLength) {
+    C* result = allocText<C>(aLength + bLength + 1);
+    if (result == nullptr) return nullptr;
+    if (aLength > 0) memcpy(result, a, aLength * sizeof(C));
+    if (bLength > 0) memcpy(result + aLength, b, bLength * sizeof(C));
+    return result;
+}
+
+// The locale's multibyte conversions. Null input gives null and KR_RET_TRUE; otherwise a new
+// heap text, or null with KR_RET_ERR_GEN (not convertible) or KR_RET_ERR_MEM. Nothing reported.
+wchar_t* toWide(const char* text, KR_RET_STATUS& status);
+char* toNarrow(const wchar_t* text, KR_RET_STATUS& status);
+
+// The other width's text converted into C's width (or the text itself when it already is), so
+// that mixed-width operations can share one body. status as toWide/toNarrow.
+template <class C>
+class SameWidth {
+public:
+    explicit SameWidth(const C* text) : text_(text), owned_(nullptr), status_(KR_RET_TRUE) {}
+
+    template <class D, std::enable_if_t<!std::is_same<C, D>::value, int> = 0>
+    explicit SameWidth(const D* text) : text_(nullptr), owned_(nullptr), status_(KR_RET_TRUE) {
+        if constexpr (std::is_same<C, wchar_t>::value) {
+            owned_ = toWide(text, status_);
+        } else {
+            owned_ = toNarrow(text, status_);
+        }
+        text_ = owned_;
+    }
+
+    SameWidth(const SameWidth&) = delete;
+    SameWidth& operator=(const SameWidth&) = delete;
+
+    ~SameWidth() { freeBlock(owned_); }
+
+    const C* get() const { return text_; }
+
+    KR_RET_STATUS status() const { return status_; }
+
+private:
+    const C* text_;
+    C* owned_;
+    KR_RET_STATUS status_;
+};
+
+}  // namespace krInternal
+
+#endif  // KRCORE_KR_STRCORE_H
