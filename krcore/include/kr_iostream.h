@@ -66,8 +66,6 @@ private:
 
     KR_RET_STATUS initDataMembers();
     KR_RET_STATUS cleanupDataMembers();
-    // Hands a formatted number to the narrow handler.
-    void putNumber(const char* format, ...);
 
     unsigned char initialised_;
     KR_ConsoleHandler handler_;    // null: narrow text to std::cout

@@ -1,7 +1,6 @@
 // kr_iostream.cpp — the output stream.
 #include "kr_iostream.h"
 
-#include <stdarg.h>
 #include <stdio.h>
 
 #include <iostream>
@@ -9,6 +8,45 @@
 #include "kr_platform.h"
 
 #define KRI_UNIT "src/kr_iostream"
+
+namespace {
+
+// Through a handler a number is formatted printf-style on the stack (nothing is allocated);
+// without one it goes to std::cout in the standard inserter's style.
+template <class Value, class Formatted>
+void putNumber(KR_ConsoleHandler handler, const char* format, Value value, Formatted formatted) {
+    if (handler == nullptr) {
+        std::cout << value;
+        return;
+    }
+    char text[64];
+    snprintf(text, sizeof text, format, formatted);
+    handler(text);
+}
+
+// A single character: a two-character buffer for the handler, else the standard inserter.
+template <class Char>
+void putChar(KR_ConsoleHandler handler, Char c) {
+    if (handler == nullptr) {
+        std::cout << c;
+        return;
+    }
+    char text[2] = {static_cast<char>(c), '\0'};
+    handler(text);
+}
+
+// A text pointer: handed to the handler as it is; without one a null text prints nothing, since
+// it would put std::cout into its failed state and silence all later output.
+template <class Char>
+void putText(KR_ConsoleHandler handler, const Char* text) {
+    if (handler != nullptr) {
+        handler(reinterpret_cast<char*>(const_cast<Char*>(text)));
+    } else if (text != nullptr) {
+        std::cout << text;
+    }
+}
+
+}  // namespace
 
 // --- KR_OStream ---
 
@@ -57,12 +95,7 @@ KR_RET_STATUS KR_OStream::setConsoleHandlerW(KR_ConsoleHandlerW handler) {
 }
 
 KR_OStream& KR_OStream::operator<<(const char* text) {
-    if (handler_ != nullptr) {
-        handler_(const_cast<char*>(text));
-    } else if (text != nullptr) {
-        // A null text would put std::cout into its failed state and silence all later output.
-        std::cout << text;
-    }
+    putText(handler_, text);
     return *this;
 }
 
@@ -71,153 +104,81 @@ KR_OStream& KR_OStream::operator<<(char* text) {
 }
 
 KR_OStream& KR_OStream::operator<<(const unsigned char* text) {
-    if (handler_ != nullptr) {
-        handler_(reinterpret_cast<char*>(const_cast<unsigned char*>(text)));
-    } else if (text != nullptr) {
-        std::cout << text;
-    }
+    putText(handler_, text);
     return *this;
 }
 
 KR_OStream& KR_OStream::operator<<(const signed char* text) {
-    if (handler_ != nullptr) {
-        handler_(reinterpret_cast<char*>(const_cast<signed char*>(text)));
-    } else if (text != nullptr) {
-        std::cout << text;
-    }
+    putText(handler_, text);
     return *this;
 }
 
 KR_OStream& KR_OStream::operator<<(char c) {
-    if (handler_ != nullptr) {
-        char text[2] = {c, '\0'};
-        handler_(text);
-    } else {
-        std::cout << c;
-    }
+    putChar(handler_, c);
     return *this;
 }
 
 KR_OStream& KR_OStream::operator<<(unsigned char c) {
-    if (handler_ != nullptr) {
-        char text[2] = {static_cast<char>(c), '\0'};
-        handler_(text);
-    } else {
-        std::cout << c;
-    }
+    putChar(handler_, c);
     return *this;
 }
 
 KR_OStream& KR_OStream::operator<<(signed char c) {
-    if (handler_ != nullptr) {
-        char text[2] = {static_cast<char>(c), '\0'};
-        handler_(text);
-    } else {
-        std::cout << c;
-    }
+    putChar(handler_, c);
     return *this;
 }
 
-void KR_OStream::putNumber(const char* format, ...) {
-    char text[64];
-    va_list args;
-    va_start(args, format);
-    vsnprintf(text, sizeof text, format, args);
-    va_end(args);
-    handler_(text);
-}
-
 KR_OStream& KR_OStream::operator<<(short value) {
-    if (handler_ != nullptr) {
-        putNumber("%d", value);
-    } else {
-        std::cout << value;
-    }
+    putNumber(handler_, "%d", value, static_cast<int>(value));
     return *this;
 }
 
 KR_OStream& KR_OStream::operator<<(unsigned short value) {
-    if (handler_ != nullptr) {
-        putNumber("%u", value);
-    } else {
-        std::cout << value;
-    }
+    putNumber(handler_, "%u", value, static_cast<unsigned int>(value));
     return *this;
 }
 
 KR_OStream& KR_OStream::operator<<(int value) {
-    if (handler_ != nullptr) {
-        putNumber("%d", value);
-    } else {
-        std::cout << value;
-    }
+    putNumber(handler_, "%d", value, value);
     return *this;
 }
 
 KR_OStream& KR_OStream::operator<<(unsigned int value) {
-    if (handler_ != nullptr) {
-        putNumber("%u", value);
-    } else {
-        std::cout << value;
-    }
+    putNumber(handler_, "%u", value, value);
     return *this;
 }
 
 KR_OStream& KR_OStream::operator<<(long value) {
-    if (handler_ != nullptr) {
-        putNumber("%ld", value);
-    } else {
-        std::cout << value;
-    }
+    putNumber(handler_, "%ld", value, value);
     return *this;
 }
 
 // Through a handler an unsigned long prints with the signed conversion, as it always has:
 // ULONG_MAX reaches the handler as -1. Hosts rely on that text.
 KR_OStream& KR_OStream::operator<<(unsigned long value) {
-    if (handler_ != nullptr) {
-        putNumber("%ld", static_cast<long>(value));
-    } else {
-        std::cout << value;
-    }
+    putNumber(handler_, "%ld", value, static_cast<long>(value));
     return *this;
 }
 
 KR_OStream& KR_OStream::operator<<(float value) {
-    if (handler_ != nullptr) {
-        putNumber("%f", static_cast<double>(value));
-    } else {
-        std::cout << value;
-    }
+    putNumber(handler_, "%f", value, static_cast<double>(value));
     return *this;
 }
 
 KR_OStream& KR_OStream::operator<<(double value) {
-    if (handler_ != nullptr) {
-        putNumber("%lf", value);
-    } else {
-        std::cout << value;
-    }
+    putNumber(handler_, "%lf", value, value);
     return *this;
 }
 
 // long double is formatted as a double: it has double's width on the Windows targets, and the
 // handler sees the same text on every platform.
 KR_OStream& KR_OStream::operator<<(long double value) {
-    if (handler_ != nullptr) {
-        putNumber("%lf", static_cast<double>(value));
-    } else {
-        std::cout << value;
-    }
+    putNumber(handler_, "%lf", value, static_cast<double>(value));
     return *this;
 }
 
-KR_OStream& KR_OStream::operator<<(const void* pointer) {
-    if (handler_ != nullptr) {
-        putNumber("%p", pointer);
-    } else {
-        std::cout << pointer;
-    }
+KR_OStream& KR_OStream::operator<<(const void* value) {
+    putNumber(handler_, "%p", value, value);
     return *this;
 }
 
