@@ -116,6 +116,8 @@ private:
 
     KR_RET_STATUS initDataMembers();
     KR_RET_STATUS cleanupDataMembers();
+    template <class Char>
+    KR_RET_STATUS openNamed(const Char* name, KR_FILE_MODE mode);
     KR_RET_STATUS openPlatform(const char* name, const wchar_t* nameW, KR_FILE_MODE mode);
     KR_RET_STATUS readByteSlow(unsigned char& byte);
     KR_RET_STATUS fill();
@@ -233,6 +235,14 @@ private:
     KR_RET_STATUS writeLe(Unsigned value, unsigned int& count);
     template <class Unsigned>
     KR_RET_STATUS readLe(Unsigned& value, unsigned int& count);
+    template <class T>
+    KR_RET_STATUS persistNumber(T value, unsigned int& count);
+    template <class T>
+    KR_RET_STATUS restoreNumber(T& value, unsigned int& count);
+    template <class Char>
+    KR_RET_STATUS persistText(const Char* text, KR_STORAGE_TYPE storage, unsigned int& count);
+    template <class Char>
+    KR_RET_STATUS restoreText(Char*& text, KR_STORAGE_TYPE storage, unsigned int& count);
 };
 
 // KR_FileBinrecTblEntry — where one record of a binary record file lies.

@@ -8,6 +8,9 @@
 #include <string.h>
 #include <time.h>
 
+#include <string>
+#include <type_traits>
+
 #include "kr_alloc.h"
 #include "kr_mem.h"
 #include "kr_platform.h"
@@ -21,6 +24,9 @@
 #define KRI_FAIL_NAMED(st, text) failNamed((st), __LINE__, (text), getFileName(), getFileNameW())
 // The same for a path of either width (file-system functions).
 #define KRI_FAIL_PATH(st, text, path) failPath((st), __LINE__, (text), (path))
+// Reports text with the narrow name (or nothing) as the message (damaged binary data).
+#define KRI_FAIL_DATA(st, text) \
+    KRI_FAIL_MSG((st), (text), "%s\n", getFileName() != nullptr ? getFileName() : "")
 
 namespace {
 
@@ -55,37 +61,58 @@ KR_RET_STATUS failNamed(
 
 // --- width conversion of names (locale) ---
 
-// out := the wide form of text on the heap, or null when it does not convert (not an error for
-// a name: the name is then known in one width only). KR_RET_ERR_MEM when memory runs out.
-KR_RET_STATUS widenName(const char* text, wchar_t*& out) {
+size_t convertText(wchar_t* out, const char** src, size_t size, mbstate_t* state) {
+    return mbsrtowcs(out, src, size, state);
+}
+
+size_t convertText(char* out, const wchar_t** src, size_t size, mbstate_t* state) {
+    return wcsrtombs(out, src, size, state);
+}
+
+// out := text converted to the other width on the heap, or null when it does not convert (not
+// an error for a name: the name is then known in one width only). KR_RET_ERR_MEM when memory
+// runs out.
+template <class From, class To>
+KR_RET_STATUS convertName(const From* text, To*& out) {
     out = nullptr;
     mbstate_t state;
     memset(&state, 0, sizeof state);
-    const char* src = text;
-    size_t length = mbsrtowcs(nullptr, &src, 0, &state);
+    const From* src = text;
+    size_t length = convertText(nullptr, &src, 0, &state);
     if (length == static_cast<size_t>(-1)) return KR_RET_TRUE;
-    out = static_cast<wchar_t*>(krInternal::allocZeroed(length + 1, sizeof(wchar_t)));
+    out = static_cast<To*>(krInternal::allocZeroed(length + 1, sizeof(To)));
     if (out == nullptr) return KR_RET_ERR_MEM;
     memset(&state, 0, sizeof state);
     src = text;
-    mbsrtowcs(out, &src, length + 1, &state);
+    convertText(out, &src, length + 1, &state);
     return KR_RET_TRUE;
 }
 
-KR_RET_STATUS narrowName(const wchar_t* text, char*& out) {
-    out = nullptr;
-    mbstate_t state;
-    memset(&state, 0, sizeof state);
-    const wchar_t* src = text;
-    size_t length = wcsrtombs(nullptr, &src, 0, &state);
-    if (length == static_cast<size_t>(-1)) return KR_RET_TRUE;
-    out = static_cast<char*>(krInternal::allocZeroed(length + 1, 1));
-    if (out == nullptr) return KR_RET_ERR_MEM;
-    memset(&state, 0, sizeof state);
-    src = text;
-    wcsrtombs(out, &src, length + 1, &state);
-    return KR_RET_TRUE;
+// narrow and wide := heap copies of name in both widths (the one not given is null when the
+// name does not convert). False when memory runs out; whatever was made is left to free.
+bool copyName(const char* name, char*& narrow, wchar_t*& wide) {
+    narrow = krInternal::dupText(name);
+    return narrow != nullptr && convertName(name, wide) != KR_RET_ERR_MEM;
 }
+
+bool copyName(const wchar_t* name, char*& narrow, wchar_t*& wide) {
+    wide = krInternal::dupTextW(name);
+    return wide != nullptr && convertName(name, narrow) != KR_RET_ERR_MEM;
+}
+
+// The unsigned type of a value's width on disk: long takes 8 bytes on every platform.
+template <class T>
+using DiskBits = std::conditional_t<
+        sizeof(T) == 1,
+        unsigned char,
+        std::conditional_t<sizeof(T) == 2,
+                           unsigned short,
+                           std::conditional_t<sizeof(T) == 4 && !std::is_same<T, long>::value &&
+                                                      !std::is_same<T, unsigned long>::value,
+                                              unsigned int,
+                                              unsigned long long>>>;
+
+static_assert(sizeof(float) == 4 && sizeof(double) == 8, "float and double must be IEEE");
 
 // Little-endian byte images of unsigned values.
 template <class Unsigned>
@@ -235,6 +262,7 @@ bool appendHex(krInternal::TextBuffer<Char>& out, unsigned long value) {
 
 template <class Str, class Char>
 KR_RET_STATUS getTempDirImpl(Str& dir) {
+    KR_setUserError(0);
     static const Char kVariables[3][7] = {
             {'T', 'M', 'P', 'D', 'I', 'R', 0}, {'T', 'M', 'P', 0}, {'T', 'E', 'M', 'P', 0}};
     for (const Char* variable : kVariables) {
@@ -258,6 +286,7 @@ KR_RET_STATUS getTempDirImpl(Str& dir) {
 // Makes "<dir>/<prefix><pid>-<n>" as a new file (asDir false) or directory (asDir true).
 template <class Str, class Char>
 KR_RET_STATUS makeTempImpl(Str& out, const Char* dir, const Char* prefix, bool asDir) {
+    KR_setUserError(0);
     static unsigned long counter = static_cast<unsigned long>(time(nullptr));
     Str tempDir;
     if (dir == nullptr) {
@@ -286,6 +315,7 @@ KR_RET_STATUS makeTempImpl(Str& out, const Char* dir, const Char* prefix, bool a
 
 template <class Char>
 KR_RET_STATUS makeDirImpl(const Char* path) {
+    KR_setUserError(0);
     if (path == nullptr || path[0] == Char(0)) return KRI_FAIL(KR_RET_ERR_ARG);
     int kind = pathKindOf(path);
     if (kind == 2) return KR_RET_FALSE;
@@ -332,6 +362,7 @@ KR_RET_STATUS makeDirImpl(const Char* path) {
 
 template <class Str, class Char>
 KR_RET_STATUS findInEnvPathImpl(Str& path, const Char* fileName, const Char* envVar) {
+    KR_setUserError(0);
     path.assignPtr(nullptr);
     if (fileName == nullptr || envVar == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
     Char* list = getEnvOf(envVar);
@@ -361,6 +392,7 @@ enum PathPart { kPartDir, kPartName, kPartBase, kPartExt };
 
 template <class Str, class Char>
 KR_RET_STATUS pathPartImpl(Str& out, const Char* path, PathPart part) {
+    KR_setUserError(0);
     out.assignPtr(nullptr);
     if (path == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
     size_t length = textLength(path);
@@ -402,6 +434,7 @@ KR_RET_STATUS scanOne(KR_FileAscii& file, wchar_t& c) {
 
 template <class Char, class Str>
 KR_RET_STATUS readLineImpl(KR_FileAscii& file, Str& line) {
+    KR_setUserError(0);
     line.assignPtr(nullptr);
     krInternal::TextBuffer<Char> text;
     KR_RET_STATUS status = KR_RET_FALSE;
@@ -428,8 +461,18 @@ const unsigned int kRecEntrySize = 16;
 const unsigned int kRecFormat = 1;
 const unsigned char kRecMagic[4] = {'K', 'R', 'B', 'R'};
 
+// 1 when path names something that exists (a directory when asked for one).
+template <class Char>
+unsigned char pathIs(const Char* path, bool directory) {
+    KR_setUserError(0);
+    if (path == nullptr || path[0] == Char(0)) return 0;
+    int kind = pathKindOf(path);
+    return directory ? kind == 2 : kind != 0;
+}
+
 template <class Char>
 KR_RET_STATUS removeImpl(const Char* path) {
+    KR_setUserError(0);
     if (path == nullptr || path[0] == Char(0)) return KRI_FAIL(KR_RET_ERR_ARG);
     if (pathKindOf(path) == 0) return KR_RET_FALSE;
     if (removePathOf(path) != 0)
@@ -471,39 +514,25 @@ KR_File& KR_File::operator=(const KR_File& other) {
 }
 
 KR_RET_STATUS KR_File::open(const char* name, KR_FILE_MODE mode) {
-    KR_setUserError(0);
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    if (name == nullptr || name[0] == '\0') return KRI_FAIL(KR_RET_ERR_ARG);
-    wchar_t* nameW = nullptr;
-    if (widenName(name, nameW) == KR_RET_ERR_MEM) return KRI_FAIL(KR_RET_ERR_MEM);
-    char* copy = krInternal::dupText(name);
-    if (copy == nullptr) {
-        krInternal::freeBlock(nameW);
-        return KRI_FAIL(KR_RET_ERR_MEM);
-    }
-    KR_RET_STATUS status = openPlatform(copy, nameW, mode);
-    if (KRI_FAILED(status)) {
-        krInternal::freeBlock(copy);
-        krInternal::freeBlock(nameW);
-    }
-    return status;
+    return openNamed(name, mode);
 }
 
 KR_RET_STATUS KR_File::open(const wchar_t* name, KR_FILE_MODE mode) {
+    return openNamed(name, mode);
+}
+
+template <class Char>
+KR_RET_STATUS KR_File::openNamed(const Char* name, KR_FILE_MODE mode) {
     KR_setUserError(0);
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    if (name == nullptr || name[0] == L'\0') return KRI_FAIL(KR_RET_ERR_ARG);
+    if (name == nullptr || name[0] == Char(0)) return KRI_FAIL(KR_RET_ERR_ARG);
     char* narrow = nullptr;
-    if (narrowName(name, narrow) == KR_RET_ERR_MEM) return KRI_FAIL(KR_RET_ERR_MEM);
-    wchar_t* copy = krInternal::dupTextW(name);
-    if (copy == nullptr) {
-        krInternal::freeBlock(narrow);
-        return KRI_FAIL(KR_RET_ERR_MEM);
-    }
-    KR_RET_STATUS status = openPlatform(narrow, copy, mode);
+    wchar_t* wide = nullptr;
+    KR_RET_STATUS status = copyName(name, narrow, wide) ? openPlatform(narrow, wide, mode)
+                                                        : KRI_FAIL(KR_RET_ERR_MEM);
     if (KRI_FAILED(status)) {
         krInternal::freeBlock(narrow);
-        krInternal::freeBlock(copy);
+        krInternal::freeBlock(wide);
     }
     return status;
 }
@@ -931,12 +960,10 @@ KR_RET_STATUS KR_FileAscii::seekBack(unsigned int count) {
 }
 
 KR_RET_STATUS KR_FileAscii::readLine(KR_String& line) {
-    KR_setUserError(0);
     return readLineImpl<char>(*this, line);
 }
 
 KR_RET_STATUS KR_FileAscii::readLineW(KR_StringW& line) {
-    KR_setUserError(0);
     return readLineImpl<wchar_t>(*this, line);
 }
 
@@ -973,130 +1000,157 @@ KR_RET_STATUS KR_FileBinary::readLe(Unsigned& value, unsigned int& count) {
     size_t got = 0;
     KR_RET_STATUS status = readBytes(bytes, sizeof bytes, got);
     if (KRI_FAILED(status)) return status;
-    if (got < sizeof bytes) {
-        return KRI_FAIL_MSG(KR_RET_ERR_FILE, "KR_FileBinary: unexpected end of file", "%s\n",
-                            getFileName() != nullptr ? getFileName() : "");
-    }
+    if (got < sizeof bytes)
+        return KRI_FAIL_DATA(KR_RET_ERR_FILE, "KR_FileBinary: unexpected end of file");
     value = loadLe<Unsigned>(bytes);
     count += static_cast<unsigned int>(sizeof bytes);
     return KR_RET_TRUE;
 }
 
-KR_RET_STATUS KR_FileBinary::persistVal(char value, unsigned int& count) {
+template <class T>
+KR_RET_STATUS KR_FileBinary::persistNumber(T value, unsigned int& count) {
     KR_setUserError(0);
-    return writeLe(static_cast<unsigned char>(value), count);
+    DiskBits<T> bits = 0;
+    if constexpr (std::is_floating_point<T>::value) {
+        memcpy(&bits, &value, sizeof bits);
+    } else {
+        bits = static_cast<DiskBits<T>>(value);  // negative values extend their sign
+    }
+    return writeLe(bits, count);
+}
+
+template <class T>
+KR_RET_STATUS KR_FileBinary::restoreNumber(T& value, unsigned int& count) {
+    KR_setUserError(0);
+    DiskBits<T> bits = 0;
+    unsigned int moved = 0;
+    KR_RET_STATUS status = readLe(bits, moved);
+    if (KRI_FAILED(status)) return status;
+    if constexpr (std::is_floating_point<T>::value) {
+        memcpy(&value, &bits, sizeof value);
+    } else {
+        if constexpr (sizeof(T) < sizeof bits && std::is_signed<T>::value) {  // 32-bit long
+            long long wide = static_cast<long long>(bits);
+            if (wide < LONG_MIN || wide > LONG_MAX) {
+                return KRI_FAIL_MSG(KR_RET_ERR_ARG, "KR_FileBinary: value out of range for long",
+                                    "%lld\n", wide);
+            }
+        } else if constexpr (sizeof(T) < sizeof bits) {
+            if (bits > ULONG_MAX) {
+                return KRI_FAIL_MSG(KR_RET_ERR_ARG,
+                                    "KR_FileBinary: value out of range for unsigned long", "%llu\n",
+                                    bits);
+            }
+        }
+        value = static_cast<T>(bits);
+    }
+    count += moved;
+    return KR_RET_TRUE;
+}
+
+KR_RET_STATUS KR_FileBinary::persistVal(char value, unsigned int& count) {
+    return persistNumber(value, count);
 }
 
 KR_RET_STATUS KR_FileBinary::persistVal(signed char value, unsigned int& count) {
-    KR_setUserError(0);
-    return writeLe(static_cast<unsigned char>(value), count);
+    return persistNumber(value, count);
 }
 
 KR_RET_STATUS KR_FileBinary::persistVal(unsigned char value, unsigned int& count) {
-    KR_setUserError(0);
-    return writeLe(value, count);
+    return persistNumber(value, count);
 }
 
 KR_RET_STATUS KR_FileBinary::persistVal(short value, unsigned int& count) {
-    KR_setUserError(0);
-    return writeLe(static_cast<unsigned short>(value), count);
+    return persistNumber(value, count);
 }
 
 KR_RET_STATUS KR_FileBinary::persistVal(unsigned short value, unsigned int& count) {
-    KR_setUserError(0);
-    return writeLe(value, count);
+    return persistNumber(value, count);
 }
 
 KR_RET_STATUS KR_FileBinary::persistVal(int value, unsigned int& count) {
-    KR_setUserError(0);
-    return writeLe(static_cast<unsigned int>(value), count);
+    return persistNumber(value, count);
 }
 
 KR_RET_STATUS KR_FileBinary::persistVal(unsigned int value, unsigned int& count) {
-    KR_setUserError(0);
-    return writeLe(value, count);
+    return persistNumber(value, count);
 }
 
 KR_RET_STATUS KR_FileBinary::persistVal(long value, unsigned int& count) {
-    KR_setUserError(0);
-    return writeLe(static_cast<unsigned long long>(static_cast<long long>(value)), count);
+    return persistNumber(value, count);
 }
 
 KR_RET_STATUS KR_FileBinary::persistVal(unsigned long value, unsigned int& count) {
-    KR_setUserError(0);
-    return writeLe(static_cast<unsigned long long>(value), count);
+    return persistNumber(value, count);
 }
 
 KR_RET_STATUS KR_FileBinary::persistVal(long long value, unsigned int& count) {
-    KR_setUserError(0);
-    return writeLe(static_cast<unsigned long long>(value), count);
+    return persistNumber(value, count);
 }
 
 KR_RET_STATUS KR_FileBinary::persistVal(unsigned long long value, unsigned int& count) {
-    KR_setUserError(0);
-    return writeLe(value, count);
+    return persistNumber(value, count);
 }
 
 KR_RET_STATUS KR_FileBinary::persistVal(float value, unsigned int& count) {
-    KR_setUserError(0);
-    static_assert(sizeof(float) == 4, "float must be IEEE single");
-    unsigned int bits = 0;
-    memcpy(&bits, &value, sizeof bits);
-    return writeLe(bits, count);
+    return persistNumber(value, count);
 }
 
 KR_RET_STATUS KR_FileBinary::persistVal(double value, unsigned int& count) {
+    return persistNumber(value, count);
+}
+
+// Texts of either width: narrow texts are stored byte for byte, wide ones as UTF-16LE.
+template <class Char>
+KR_RET_STATUS KR_FileBinary::persistText(const Char* text,
+                                         KR_STORAGE_TYPE storage,
+                                         unsigned int& count) {
     KR_setUserError(0);
-    static_assert(sizeof(double) == 8, "double must be IEEE double");
-    unsigned long long bits = 0;
-    memcpy(&bits, &value, sizeof bits);
-    return writeLe(bits, count);
+    KR_RET_STATUS status = checkOpen(__LINE__);
+    if (KRI_FAILED(status)) return status;
+    if (storage != KR_STORAGE_BINARY) return KRI_FAIL(KR_RET_ERR_ARG);
+    const size_t unitSize = sizeof(Char) == 1 ? 1 : 2;
+    size_t length = text == nullptr ? 0 : std::char_traits<Char>::length(text);
+    size_t units = text == nullptr ? 0 : length + 1;
+    if constexpr (sizeof(Char) > 1) {
+        if (text != nullptr) units = krInternal::utf16Length(text, length) + 1;
+    }
+    // The count and the bytes must fit the 32-bit counters.
+    if (units > (0xFFFFFFFFul - 4) / unitSize) return KRI_FAIL(KR_RET_ERR_ARG);
+    unsigned int moved = 0;
+    status = writeLe(static_cast<unsigned int>(units), moved);
+    if (KRI_FAILED(status)) return status;
+    if constexpr (sizeof(Char) == 1) {
+        if (units > 0) status = writeBytes(text, units);
+        if (KRI_FAILED(status)) return status;
+    } else {
+        // In pieces through a stack buffer: a character takes at most 4 bytes, and the
+        // terminator (length + 1 characters) goes with the last piece.
+        unsigned char chunk[512];
+        const size_t kPiece = sizeof chunk / 4;
+        for (size_t done = 0; text != nullptr && done <= length;) {
+            size_t take = length + 1 - done;
+            if (take > kPiece) take = kPiece;
+            size_t bytes = krInternal::writeUtf16LE(text + done, take, chunk);
+            status = writeBytes(chunk, bytes);
+            if (KRI_FAILED(status)) return status;
+            done += take;
+        }
+    }
+    count += moved + static_cast<unsigned int>(units * unitSize);
+    return KR_RET_TRUE;
 }
 
 KR_RET_STATUS KR_FileBinary::persistVal(const char* text,
                                         KR_STORAGE_TYPE storage,
                                         unsigned int& count) {
-    KR_setUserError(0);
-    KR_RET_STATUS status = checkOpen(__LINE__);
-    if (KRI_FAILED(status)) return status;
-    if (storage != KR_STORAGE_BINARY) return KRI_FAIL(KR_RET_ERR_ARG);
-    size_t length = text == nullptr ? 0 : strlen(text) + 1;
-    if (length > 0xFFFFFFFBul) return KRI_FAIL(KR_RET_ERR_ARG);
-    unsigned int moved = 0;
-    status = writeLe(static_cast<unsigned int>(length), moved);
-    if (!KRI_FAILED(status) && length > 0) status = writeBytes(text, length);
-    if (KRI_FAILED(status)) return status;
-    count += moved + static_cast<unsigned int>(length);
-    return KR_RET_TRUE;
+    return persistText(text, storage, count);
 }
 
 KR_RET_STATUS KR_FileBinary::persistVal(const wchar_t* text,
                                         KR_STORAGE_TYPE storage,
                                         unsigned int& count) {
-    KR_setUserError(0);
-    KR_RET_STATUS status = checkOpen(__LINE__);
-    if (KRI_FAILED(status)) return status;
-    if (storage != KR_STORAGE_BINARY) return KRI_FAIL(KR_RET_ERR_ARG);
-    size_t length = text == nullptr ? 0 : wcslen(text);
-    size_t units = text == nullptr ? 0 : krInternal::utf16Length(text, length) + 1;
-    if (units > 0x7FFFFFFDul) return KRI_FAIL(KR_RET_ERR_ARG);
-    unsigned int moved = 0;
-    status = writeLe(static_cast<unsigned int>(units), moved);
-    if (KRI_FAILED(status)) return status;
-    // In pieces through a stack buffer: a character takes at most 4 bytes, and the terminator
-    // (length + 1 characters) goes with the last piece.
-    unsigned char chunk[512];
-    const size_t kPiece = sizeof chunk / 4;
-    for (size_t done = 0; text != nullptr && done <= length;) {
-        size_t take = length + 1 - done;
-        if (take > kPiece) take = kPiece;
-        size_t bytes = krInternal::writeUtf16LE(text + done, take, chunk);
-        status = writeBytes(chunk, bytes);
-        if (KRI_FAILED(status)) return status;
-        done += take;
-    }
-    count += moved + static_cast<unsigned int>(units * 2);
-    return KR_RET_TRUE;
+    return persistText(text, storage, count);
 }
 
 KR_RET_STATUS KR_FileBinary::persistBlock(const void* data,
@@ -1114,196 +1168,107 @@ KR_RET_STATUS KR_FileBinary::persistBlock(const void* data,
 }
 
 KR_RET_STATUS KR_FileBinary::restoreVal(char& value, unsigned int& count) {
-    KR_setUserError(0);
-    unsigned char bits = 0;
-    KR_RET_STATUS status = readLe(bits, count);
-    if (!KRI_FAILED(status)) value = static_cast<char>(bits);
-    return status;
+    return restoreNumber(value, count);
 }
 
 KR_RET_STATUS KR_FileBinary::restoreVal(signed char& value, unsigned int& count) {
-    KR_setUserError(0);
-    unsigned char bits = 0;
-    KR_RET_STATUS status = readLe(bits, count);
-    if (!KRI_FAILED(status)) value = static_cast<signed char>(bits);
-    return status;
+    return restoreNumber(value, count);
 }
 
 KR_RET_STATUS KR_FileBinary::restoreVal(unsigned char& value, unsigned int& count) {
-    KR_setUserError(0);
-    return readLe(value, count);
+    return restoreNumber(value, count);
 }
 
 KR_RET_STATUS KR_FileBinary::restoreVal(short& value, unsigned int& count) {
-    KR_setUserError(0);
-    unsigned short bits = 0;
-    KR_RET_STATUS status = readLe(bits, count);
-    if (!KRI_FAILED(status)) value = static_cast<short>(bits);
-    return status;
+    return restoreNumber(value, count);
 }
 
 KR_RET_STATUS KR_FileBinary::restoreVal(unsigned short& value, unsigned int& count) {
-    KR_setUserError(0);
-    return readLe(value, count);
+    return restoreNumber(value, count);
 }
 
 KR_RET_STATUS KR_FileBinary::restoreVal(int& value, unsigned int& count) {
-    KR_setUserError(0);
-    unsigned int bits = 0;
-    KR_RET_STATUS status = readLe(bits, count);
-    if (!KRI_FAILED(status)) value = static_cast<int>(bits);
-    return status;
+    return restoreNumber(value, count);
 }
 
 KR_RET_STATUS KR_FileBinary::restoreVal(unsigned int& value, unsigned int& count) {
-    KR_setUserError(0);
-    return readLe(value, count);
+    return restoreNumber(value, count);
 }
 
 KR_RET_STATUS KR_FileBinary::restoreVal(long& value, unsigned int& count) {
-    KR_setUserError(0);
-    unsigned long long bits = 0;
-    unsigned int moved = 0;
-    KR_RET_STATUS status = readLe(bits, moved);
-    if (KRI_FAILED(status)) return status;
-    long long wide = static_cast<long long>(bits);
-    if (wide < LONG_MIN || wide > LONG_MAX) {
-        return KRI_FAIL_MSG(KR_RET_ERR_ARG, "KR_FileBinary: value out of range for long", "%lld\n",
-                            wide);
-    }
-    value = static_cast<long>(wide);
-    count += moved;
-    return KR_RET_TRUE;
+    return restoreNumber(value, count);
 }
 
 KR_RET_STATUS KR_FileBinary::restoreVal(unsigned long& value, unsigned int& count) {
-    KR_setUserError(0);
-    unsigned long long bits = 0;
-    unsigned int moved = 0;
-    KR_RET_STATUS status = readLe(bits, moved);
-    if (KRI_FAILED(status)) return status;
-    if (bits > ULONG_MAX) {
-        return KRI_FAIL_MSG(KR_RET_ERR_ARG, "KR_FileBinary: value out of range for unsigned long",
-                            "%llu\n", bits);
-    }
-    value = static_cast<unsigned long>(bits);
-    count += moved;
-    return KR_RET_TRUE;
+    return restoreNumber(value, count);
 }
 
 KR_RET_STATUS KR_FileBinary::restoreVal(long long& value, unsigned int& count) {
-    KR_setUserError(0);
-    unsigned long long bits = 0;
-    KR_RET_STATUS status = readLe(bits, count);
-    if (!KRI_FAILED(status)) value = static_cast<long long>(bits);
-    return status;
+    return restoreNumber(value, count);
 }
 
 KR_RET_STATUS KR_FileBinary::restoreVal(unsigned long long& value, unsigned int& count) {
-    KR_setUserError(0);
-    return readLe(value, count);
+    return restoreNumber(value, count);
 }
 
 KR_RET_STATUS KR_FileBinary::restoreVal(float& value, unsigned int& count) {
-    KR_setUserError(0);
-    unsigned int bits = 0;
-    KR_RET_STATUS status = readLe(bits, count);
-    if (!KRI_FAILED(status)) memcpy(&value, &bits, sizeof value);
-    return status;
+    return restoreNumber(value, count);
 }
 
 KR_RET_STATUS KR_FileBinary::restoreVal(double& value, unsigned int& count) {
-    KR_setUserError(0);
-    unsigned long long bits = 0;
-    KR_RET_STATUS status = readLe(bits, count);
-    if (!KRI_FAILED(status)) memcpy(&value, &bits, sizeof value);
-    return status;
+    return restoreNumber(value, count);
 }
 
-KR_RET_STATUS KR_FileBinary::restoreVal(char*& text, KR_STORAGE_TYPE storage, unsigned int& count) {
+template <class Char>
+KR_RET_STATUS KR_FileBinary::restoreText(Char*& text,
+                                         KR_STORAGE_TYPE storage,
+                                         unsigned int& count) {
     KR_setUserError(0);
     text = nullptr;
     KR_RET_STATUS status = checkOpen(__LINE__);
     if (KRI_FAILED(status)) return status;
     if (storage != KR_STORAGE_BINARY) return KRI_FAIL(KR_RET_ERR_ARG);
-    unsigned int moved = 0;
-    unsigned int length = 0;
-    status = readLe(length, moved);
-    if (KRI_FAILED(status)) return status;
-    if (length > 0) {
-        // A damaged count must not make us allocate more than the file can hold.
-        long long pos = 0;
-        long long size = 0;
-        getPos(pos);
-        status = getSize(size);
-        if (KRI_FAILED(status)) return status;
-        if (static_cast<long long>(length) > size - pos) {
-            return KRI_FAIL_MSG(KR_RET_ERR_FILE, "KR_FileBinary: text longer than the file", "%s\n",
-                                getFileName() != nullptr ? getFileName() : "");
-        }
-        char* block = static_cast<char*>(krInternal::allocZeroed(length, 1));
-        if (block == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
-        size_t got = 0;
-        status = readBytes(block, length, got);
-        if (!KRI_FAILED(status) && (got < length || block[length - 1] != '\0')) {
-            status = KRI_FAIL_MSG(KR_RET_ERR_FILE, "KR_FileBinary: text not terminated", "%s\n",
-                                  getFileName() != nullptr ? getFileName() : "");
-        }
-        if (KRI_FAILED(status)) {
-            krInternal::freeBlock(block);
-            return status;
-        }
-        text = block;
-    }
-    count += moved + length;
-    return KR_RET_TRUE;
-}
-
-KR_RET_STATUS KR_FileBinary::restoreVal(wchar_t*& text,
-                                        KR_STORAGE_TYPE storage,
-                                        unsigned int& count) {
-    KR_setUserError(0);
-    text = nullptr;
-    KR_RET_STATUS status = checkOpen(__LINE__);
-    if (KRI_FAILED(status)) return status;
-    if (storage != KR_STORAGE_BINARY) return KRI_FAIL(KR_RET_ERR_ARG);
+    const size_t unitSize = sizeof(Char) == 1 ? 1 : 2;
     unsigned int moved = 0;
     unsigned int units = 0;
     status = readLe(units, moved);
     if (KRI_FAILED(status)) return status;
     if (units > 0) {
+        // A damaged count must not make us allocate more than the file can hold.
+        size_t bytes = unitSize * units;
         long long pos = 0;
         long long size = 0;
         getPos(pos);
         status = getSize(size);
         if (KRI_FAILED(status)) return status;
-        if (2 * static_cast<long long>(units) > size - pos) {
-            return KRI_FAIL_MSG(KR_RET_ERR_FILE, "KR_FileBinary: text longer than the file", "%s\n",
-                                getFileName() != nullptr ? getFileName() : "");
+        if (static_cast<long long>(bytes) > size - pos) {
+            return KRI_FAIL_DATA(KR_RET_ERR_FILE, "KR_FileBinary: text longer than the file");
         }
-        unsigned char* raw = static_cast<unsigned char*>(krInternal::allocZeroed(units, 2));
-        // Joining pairs only shortens the text, so units characters always suffice.
-        wchar_t* block = static_cast<wchar_t*>(krInternal::allocZeroed(units, sizeof(wchar_t)));
+        // Joining pairs only shortens the text, so units characters always suffice. Narrow
+        // texts are read in place.
+        Char* block = static_cast<Char*>(krInternal::allocZeroed(units, sizeof(Char)));
+        unsigned char* raw =
+                sizeof(Char) == 1 ? reinterpret_cast<unsigned char*>(block)
+                                  : static_cast<unsigned char*>(krInternal::allocZeroed(units, 2));
         if (raw == nullptr || block == nullptr) {
-            krInternal::freeBlock(raw);
+            if (raw != reinterpret_cast<unsigned char*>(block)) krInternal::freeBlock(raw);
             krInternal::freeBlock(block);
             return KRI_FAIL(KR_RET_ERR_MEM);
         }
         size_t got = 0;
-        status = readBytes(raw, 2 * static_cast<size_t>(units), got);
-        size_t stored = 0;
-        if (!KRI_FAILED(status)) {
-            if (got < 2 * static_cast<size_t>(units)) {
-                status = KRI_FAIL_MSG(KR_RET_ERR_FILE, "KR_FileBinary: unexpected end of file",
-                                      "%s\n", getFileName() != nullptr ? getFileName() : "");
-            } else {
-                stored = krInternal::readUtf16LE(raw, units, block);
-            }
+        status = readBytes(raw, bytes, got);
+        size_t stored = units;
+        if (!KRI_FAILED(status) && got < bytes) {
+            status = KRI_FAIL_DATA(KR_RET_ERR_FILE,
+                                   sizeof(Char) == 1 ? "KR_FileBinary: text not terminated"
+                                                     : "KR_FileBinary: unexpected end of file");
         }
-        krInternal::freeBlock(raw);
-        if (!KRI_FAILED(status) && block[stored - 1] != L'\0') {
-            status = KRI_FAIL_MSG(KR_RET_ERR_FILE, "KR_FileBinary: text not terminated", "%s\n",
-                                  getFileName() != nullptr ? getFileName() : "");
+        if constexpr (sizeof(Char) > 1) {
+            if (!KRI_FAILED(status)) stored = krInternal::readUtf16LE(raw, units, block);
+            krInternal::freeBlock(raw);
+        }
+        if (!KRI_FAILED(status) && block[stored - 1] != Char(0)) {
+            status = KRI_FAIL_DATA(KR_RET_ERR_FILE, "KR_FileBinary: text not terminated");
         }
         if (KRI_FAILED(status)) {
             krInternal::freeBlock(block);
@@ -1311,8 +1276,18 @@ KR_RET_STATUS KR_FileBinary::restoreVal(wchar_t*& text,
         }
         text = block;
     }
-    count += moved + 2 * units;
+    count += moved + static_cast<unsigned int>(unitSize * units);
     return KR_RET_TRUE;
+}
+
+KR_RET_STATUS KR_FileBinary::restoreVal(char*& text, KR_STORAGE_TYPE storage, unsigned int& count) {
+    return restoreText(text, storage, count);
+}
+
+KR_RET_STATUS KR_FileBinary::restoreVal(wchar_t*& text,
+                                        KR_STORAGE_TYPE storage,
+                                        unsigned int& count) {
+    return restoreText(text, storage, count);
 }
 
 KR_RET_STATUS KR_FileBinary::restoreBlock(void* data, unsigned int size, unsigned int& count) {
@@ -1324,10 +1299,7 @@ KR_RET_STATUS KR_FileBinary::restoreBlock(void* data, unsigned int size, unsigne
     size_t got = 0;
     status = readBytes(data, size, got);
     if (KRI_FAILED(status)) return status;
-    if (got < size) {
-        return KRI_FAIL_MSG(KR_RET_ERR_FILE, "KR_FileBinary: unexpected end of file", "%s\n",
-                            getFileName() != nullptr ? getFileName() : "");
-    }
+    if (got < size) return KRI_FAIL_DATA(KR_RET_ERR_FILE, "KR_FileBinary: unexpected end of file");
     count += size;
     return KR_RET_TRUE;
 }
@@ -1597,123 +1569,99 @@ KR_RET_STATUS KR_FileBinaryRec::writeBody(KR_Memory& record, KR_FileBinrecTblEnt
 // --- File-system functions ---
 
 unsigned char KR_filePathExists(const char* path) {
-    KR_setUserError(0);
-    return path != nullptr && path[0] != '\0' && pathKindOf(path) != 0;
+    return pathIs(path, false);
 }
 
 unsigned char KR_filePathExistsW(const wchar_t* path) {
-    KR_setUserError(0);
-    return path != nullptr && path[0] != L'\0' && pathKindOf(path) != 0;
+    return pathIs(path, false);
 }
 
 unsigned char KR_fileIsDir(const char* path) {
-    KR_setUserError(0);
-    return path != nullptr && path[0] != '\0' && pathKindOf(path) == 2;
+    return pathIs(path, true);
 }
 
 unsigned char KR_fileIsDirW(const wchar_t* path) {
-    KR_setUserError(0);
-    return path != nullptr && path[0] != L'\0' && pathKindOf(path) == 2;
+    return pathIs(path, true);
 }
 
 KR_RET_STATUS KR_fileMakeDir(const char* path) {
-    KR_setUserError(0);
     return makeDirImpl(path);
 }
 
 KR_RET_STATUS KR_fileMakeDirW(const wchar_t* path) {
-    KR_setUserError(0);
     return makeDirImpl(path);
 }
 
 KR_RET_STATUS KR_fileRemove(const char* path) {
-    KR_setUserError(0);
     return removeImpl(path);
 }
 
 KR_RET_STATUS KR_fileRemoveW(const wchar_t* path) {
-    KR_setUserError(0);
     return removeImpl(path);
 }
 
 KR_RET_STATUS KR_fileGetTempDir(KR_String& dir) {
-    KR_setUserError(0);
     return getTempDirImpl<KR_String, char>(dir);
 }
 
 KR_RET_STATUS KR_fileGetTempDirW(KR_StringW& dir) {
-    KR_setUserError(0);
     return getTempDirImpl<KR_StringW, wchar_t>(dir);
 }
 
 KR_RET_STATUS KR_fileGetTempName(KR_String& name, const char* dir, const char* prefix) {
-    KR_setUserError(0);
     return makeTempImpl(name, dir, prefix, false);
 }
 
 KR_RET_STATUS KR_fileGetTempNameW(KR_StringW& name, const wchar_t* dir, const wchar_t* prefix) {
-    KR_setUserError(0);
     return makeTempImpl(name, dir, prefix, false);
 }
 
 KR_RET_STATUS KR_fileMakeTempDir(KR_String& path, const char* dir, const char* prefix) {
-    KR_setUserError(0);
     return makeTempImpl(path, dir, prefix, true);
 }
 
 KR_RET_STATUS KR_fileMakeTempDirW(KR_StringW& path, const wchar_t* dir, const wchar_t* prefix) {
-    KR_setUserError(0);
     return makeTempImpl(path, dir, prefix, true);
 }
 
 KR_RET_STATUS KR_fileFindInEnvPath(KR_String& path, const char* fileName, const char* envVar) {
-    KR_setUserError(0);
     return findInEnvPathImpl(path, fileName, envVar);
 }
 
 KR_RET_STATUS KR_fileFindInEnvPathW(KR_StringW& path,
                                     const wchar_t* fileName,
                                     const wchar_t* envVar) {
-    KR_setUserError(0);
     return findInEnvPathImpl(path, fileName, envVar);
 }
 
 KR_RET_STATUS KR_fileGetDir(KR_String& dir, const char* path) {
-    KR_setUserError(0);
     return pathPartImpl(dir, path, kPartDir);
 }
 
 KR_RET_STATUS KR_fileGetDirW(KR_StringW& dir, const wchar_t* path) {
-    KR_setUserError(0);
     return pathPartImpl(dir, path, kPartDir);
 }
 
 KR_RET_STATUS KR_fileGetName(KR_String& name, const char* path) {
-    KR_setUserError(0);
     return pathPartImpl(name, path, kPartName);
 }
 
 KR_RET_STATUS KR_fileGetNameW(KR_StringW& name, const wchar_t* path) {
-    KR_setUserError(0);
     return pathPartImpl(name, path, kPartName);
 }
 
 KR_RET_STATUS KR_fileGetBaseName(KR_String& name, const char* path) {
-    KR_setUserError(0);
     return pathPartImpl(name, path, kPartBase);
 }
 
 KR_RET_STATUS KR_fileGetBaseNameW(KR_StringW& name, const wchar_t* path) {
-    KR_setUserError(0);
     return pathPartImpl(name, path, kPartBase);
 }
 
 KR_RET_STATUS KR_fileGetExt(KR_String& ext, const char* path) {
-    KR_setUserError(0);
     return pathPartImpl(ext, path, kPartExt);
 }
 
 KR_RET_STATUS KR_fileGetExtW(KR_StringW& ext, const wchar_t* path) {
-    KR_setUserError(0);
     return pathPartImpl(ext, path, kPartExt);
 }
