@@ -7,10 +7,11 @@
 #include <string.h>
 
 #include <fstream>
+#include <iterator>
 #include <memory>
 #include <random>
-#include <sstream>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "kr_array_impl.h"
@@ -21,19 +22,49 @@
 namespace {
 
 const char kNotInitialised[] = "src/kr_str: line N: \nKorvane object not initialized\n\n";
-const char kMemory[] = "src/kr_str: line N: \nMemory error\n\n";
+
+// The character type of a string class, the other width, and the other class.
+template <class S>
+using CharOf = std::remove_reference_t<decltype(std::declval<S&>()[0])>;
+template <class S>
+using OtherChar = std::conditional_t<std::is_same<CharOf<S>, char>::value, wchar_t, char>;
+template <class S>
+using OtherString = std::conditional_t<std::is_same<S, KR_String>::value, KR_StringW, KR_String>;
+
+template <class S>
+class Strings : public ::testing::Test {};
+
+using StringTypes = ::testing::Types<KR_String, KR_StringW>;
+TYPED_TEST_SUITE(Strings, StringTypes);
+
+// A table text (its bytes taken as code points) in width C.
+template <class C>
+std::basic_string<C> widen(const std::string& bytes) {
+    std::basic_string<C> result;
+    for (char c : bytes)
+        result.push_back(static_cast<C>(static_cast<unsigned char>(c)));
+    return result;
+}
+
+// The text unit by unit as bytes (the tables are ASCII or Latin-1), "(null)" for null.
+template <class C>
+std::string shown(const C* t) {
+    std::string result = t == nullptr ? "(null)" : "";
+    for (; t != nullptr && *t != 0; ++t)
+        result.push_back(static_cast<char>(*t));
+    return result;
+}
 
 std::string text(const KR_String& s) {
-    const char* t = s;
-    return t == nullptr ? std::string("(null)") : std::string(t);
+    return shown(static_cast<const char*>(s));
 }
 
-std::wstring text(const KR_StringW& s) {
-    const wchar_t* t = s;
-    return t == nullptr ? std::wstring(L"(null)") : std::wstring(t);
+std::string text(const KR_StringW& s) {
+    return shown(static_cast<const wchar_t*>(s));
 }
 
-std::vector<std::string> texts(KR_Array<KR_String>& array) {
+template <class S>
+std::vector<std::string> texts(KR_Array<S>& array) {
     std::vector<std::string> result;
     for (unsigned int i = 0; i < array.numElems(); ++i)
         result.push_back(text(array[i]));
@@ -42,236 +73,190 @@ std::vector<std::string> texts(KR_Array<KR_String>& array) {
 
 std::string fileText(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
-    std::stringstream content;
-    content << in.rdbuf();
-    return content.str();
-}
-
-std::string tempPath(const char* name) {
-    return ::testing::TempDir() + name;
+    return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 std::string printed;
 
-KR_RET_STATUS collect(char* t) {
-    printed += t == nullptr ? "(null)" : t;
-    return KR_RET_TRUE;
-}
-
-KR_RET_STATUS collectW(wchar_t* t) {
-    for (; t != nullptr && *t != 0; ++t)
-        printed += static_cast<char>(*t);
+template <class C>
+KR_RET_STATUS collect(C* t) {
+    printed += shown(t);
     return KR_RET_TRUE;
 }
 
 }  // namespace
 
-TEST(String, NullAndEmptyTextsBehaveAlike) {
-    KR_String null(static_cast<const char*>(nullptr));
-    KR_String empty("");
-    KR_String byDefault;
-    EXPECT_TRUE(null.objIsEnabled());
+// The class under test, its character type and the other width, in a typed test.
+#define KR_STRING_TYPES                   \
+    using S = TypeParam;                  \
+    using C [[maybe_unused]] = CharOf<S>; \
+    using D [[maybe_unused]] = OtherChar<S>
+
+// The narrow function f or its W twin, by the character type C of the test that uses it.
+#define KR_W(f)                                       \
+    [](auto&&... args) {                              \
+        if constexpr (std::is_same<C, char>::value) { \
+            return f(args...);                        \
+        } else {                                      \
+            return f##W(args...);                     \
+        }                                             \
+    }
+
+TYPED_TEST(Strings, NullEmptyCopyAssignAllocateAdopt) {
+    KR_STRING_TYPES;
+    S null(static_cast<const C*>(nullptr)), empty(widen<C>("").c_str()), byDefault;
     EXPECT_EQ(0u, null.strLeng());
-    EXPECT_EQ(nullptr, static_cast<const char*>(null));
-    EXPECT_NE(nullptr, static_cast<const char*>(empty));
-    EXPECT_TRUE(null == empty);
-    EXPECT_FALSE(null != empty);
-    EXPECT_FALSE(null < empty || null > empty);
-    EXPECT_TRUE(byDefault == "");
-    EXPECT_TRUE(null == static_cast<const wchar_t*>(nullptr));
+    EXPECT_EQ("(null)", text(null));
+    EXPECT_EQ("", text(empty));
+    EXPECT_TRUE(null == empty && byDefault == widen<C>("").c_str());
+    EXPECT_FALSE(null != empty || null < empty || null > empty);
+    EXPECT_TRUE(null == static_cast<const D*>(nullptr));
 
-    KR_String wide(L"wide");
-    EXPECT_EQ("wide", text(wide));
-    KR_StringW narrow("narrow");
-    EXPECT_EQ(L"narrow", text(narrow));
-    KR_String copy(wide);
+    S other(widen<D>("other").c_str());
+    S copy(other);
+    EXPECT_EQ("other", text(copy));
+    EXPECT_NE(static_cast<const C*>(other), static_cast<const C*>(copy));
+    copy = widen<C>("new").c_str();
+    EXPECT_EQ("new", text(copy));
+    copy = widen<D>("wide").c_str();
+    copy = static_cast<S&>(copy);
     EXPECT_EQ("wide", text(copy));
-    EXPECT_NE(static_cast<const char*>(wide), static_cast<const char*>(copy));
+    copy = static_cast<const C*>(nullptr);
+    EXPECT_EQ("(null)", text(copy));
+
+    EXPECT_KR_OK(copy.allocate(3));
+    EXPECT_EQ("", text(copy));
+    C* block = static_cast<C*>(calloc(2, sizeof(C)));
+    block[0] = C('o');
+    EXPECT_KR_STATUS(KR_RET_TRUE, copy.assignPtr(block));
+    EXPECT_KR_STATUS(KR_RET_TRUE, copy.assignPtr(block));  // adopting its own text frees nothing
+    EXPECT_EQ("o", text(copy));
 }
 
-TEST(String, AssignmentAllocateAndAdoption) {
-    KR_String s("old");
-    s = "new";
-    EXPECT_EQ("new", text(s));
-    s = L"wide";
-    EXPECT_EQ("wide", text(s));
-    KR_String& alias = s;
-    s = alias;
-    EXPECT_EQ("wide", text(s));
-    s = static_cast<const char*>(nullptr);
-    EXPECT_EQ(nullptr, static_cast<const char*>(s));
-
-    KR_Version version;
-    EXPECT_KR_OK(s.allocate(0));
-    ASSERT_NE(nullptr, static_cast<const char*>(s));
-    EXPECT_EQ(0u, s.strLeng());
-    EXPECT_EQ(5u, s.getPackedSize(version, KR_STORAGE_BINARY));
-    EXPECT_KR_OK(s.allocate(10));
-    strcpy(static_cast<char*>(s), "0123456789");
-    EXPECT_EQ(10u, s.strLeng());
-
-    char* block = static_cast<char*>(malloc(4));
-    strcpy(block, "own");
-    EXPECT_KR_STATUS(KR_RET_TRUE, s.assignPtr(block));
-    EXPECT_EQ(block, static_cast<char*>(s));
-    EXPECT_KR_STATUS(KR_RET_TRUE, s.assignPtr(block));  // adopting its own text frees nothing
-    EXPECT_EQ("own", text(s));
-}
-
-TEST(String, CharacterAccessReportsOutOfRange) {
-    KR_String s("abc");
-    s[1] = 'X';
+TYPED_TEST(Strings, CharacterAccessReportsOutOfRange) {
+    KR_STRING_TYPES;
+    S s(widen<C>("abc").c_str());
+    s[1] = C('X');
     EXPECT_EQ("aXc", text(s));
     krtest::ReportCapture capture;
-    EXPECT_EQ(&krInternal::nullRef<char>(), &s[-1]);
-    EXPECT_EQ(&krInternal::nullRef<char>(), &s[3]);
-    EXPECT_EQ(
-            "ERROR: src/kr_str: line N: KR_String: character access\nIndex -1 not in [0,2]"
-            "ERROR: src/kr_str: line N: KR_String: character access\nIndex 3 not in [0,2]",
-            capture.located());
-    KR_StringW w(L"");
-    capture.clear();
-    EXPECT_EQ(&krInternal::nullRef<wchar_t>(), &w[0]);
-    EXPECT_EQ("ERROR: src/kr_str: line N: KR_StringW: character access\nIndex 0 not in [0,-1]",
+    EXPECT_EQ(&krInternal::nullRef<C>(), &s[-1]);
+    EXPECT_EQ(&krInternal::nullRef<C>(), &s[3]);
+    S empty(widen<C>("").c_str());
+    EXPECT_EQ(&krInternal::nullRef<C>(), &empty[0]);
+    const std::string head = std::string("ERROR: src/kr_str: line N: KR_String") +
+                             (sizeof(C) > 1 ? "W" : "") + ": character access\nIndex ";
+    EXPECT_EQ(head + "-1 not in [0,2]" + head + "3 not in [0,2]" + head + "0 not in [0,-1]",
               capture.located());
-    EXPECT_EQ('\0', krInternal::nullRef<char>());
+    EXPECT_EQ(C(0), krInternal::nullRef<C>());
 }
 
-TEST(String, ObjectNotInitialisedIsReportedAndNeverWritten) {
+TYPED_TEST(Strings, ObjectNotInitialisedIsReportedAndNeverWritten) {
+    KR_STRING_TYPES;
     // The shared null block reads as a string whose flag is clear.
-    KR_String& dead = krInternal::nullRef<KR_String>();
-    KR_String live("x");
+    S& dead = krInternal::nullRef<S>();
+    S live(widen<C>("x").c_str());
     krtest::ReportCapture capture;
     EXPECT_EQ(6u, dead.strLeng());
-    EXPECT_EQ(&dead, &(dead = "text"));
+    EXPECT_EQ(&dead, &(dead = widen<C>("text").c_str()));
     EXPECT_KR_STATUS(KR_RET_ERR_POBJ, dead.strIns(0, "a"));
     EXPECT_FALSE(dead == live || live == dead || dead < live || dead > live);
-    EXPECT_TRUE(dead != live && live != dead && dead != "x");
+    EXPECT_TRUE(dead != live && live != dead && dead != widen<C>("x").c_str());
     live += dead;
+    EXPECT_EQ("x", text(live + dead));
     EXPECT_EQ("x", text(live));
-    KR_String copy(dead);
+    S copy(dead);
     EXPECT_TRUE(copy.objIsEnabled());
-    EXPECT_EQ(nullptr, static_cast<const char*>(copy));
+    EXPECT_EQ("(null)", text(copy));
     EXPECT_EQ(std::string(kNotInitialised) + kNotInitialised + kNotInitialised + kNotInitialised,
               capture.located());
-    EXPECT_EQ(nullptr, static_cast<const char*>(dead));
+    EXPECT_EQ(nullptr, static_cast<const C*>(dead));
 }
 
-TEST(String, ComparisonsAcrossWidthsAndSides) {
-    struct Row {
-        const char* a;
-        const char* b;
-        int order;
-    };
-
-    const Row rows[] = {{"abc", "abd", -1},
-                        {"b", "abc", 1},
-                        {"same", "same", 0},
-                        {"", "a", -1},
-                        {"\xe9", "z", 1}};
-    for (const Row& row : rows) {
-        SCOPED_TRACE(std::string(row.a) + " / " + row.b);
-        KR_String a(row.a), b(row.b);
-        std::wstring bw(row.b, row.b + strlen(row.b));
-        for (size_t i = 0; i < bw.size(); ++i)
-            bw[i] = static_cast<unsigned char>(row.b[i]);
-        KR_StringW aw(std::wstring(row.a, row.a + strlen(row.a)).c_str()), bW(bw.c_str());
-        for (int i = 0; row.a[i] != 0; ++i)
-            aw[i] = static_cast<unsigned char>(row.a[i]);
-        EXPECT_EQ(row.order < 0, a < b);
-        EXPECT_EQ(row.order == 0, a == b);
-        EXPECT_EQ(row.order != 0, a != b);
-        EXPECT_EQ(row.order > 0, a > b);
-        EXPECT_EQ(row.order < 0, a < row.b);
-        EXPECT_EQ(row.order > 0, row.b < a);
-        EXPECT_EQ(row.order == 0, row.b == a);
-        EXPECT_EQ(row.order < 0, aw < bW);
-        EXPECT_EQ(row.order > 0, aw > bw.c_str());
-        EXPECT_EQ(row.order<0, bw.c_str()> aw);
-        EXPECT_EQ(row.order == 0, aw == bW);
-        if (static_cast<unsigned char>(row.a[0]) < 0x80) {
-            // Mixed widths convert through the locale; keep to ASCII there.
-            EXPECT_EQ(row.order < 0, a < bW);
-            EXPECT_EQ(row.order == 0, aw == b);
-            EXPECT_EQ(row.order > 0, a > bw.c_str());
-            EXPECT_EQ(row.order == 0, bw.c_str() == a);
-            EXPECT_EQ(row.order < 0, aw < row.b);
-        }
+TYPED_TEST(Strings, ComparisonsAcrossWidthsAndSides) {
+    KR_STRING_TYPES;
+    const char* rows[][2] = {
+            {"abc", "abd"}, {"b", "abc"}, {"same", "same"}, {"", "a"}, {"\xe9", "z"}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::string(row[0]) + " / " + row[1]);
+        int order = (strcmp(row[0], row[1]) > 0) - (strcmp(row[0], row[1]) < 0);
+        std::basic_string<C> bText = widen<C>(row[1]);
+        std::basic_string<D> bOther = widen<D>(row[1]);
+        S a(widen<C>(row[0]).c_str()), b(bText.c_str());
+        const C* bRaw = bText.c_str();
+        EXPECT_EQ(order, (a > b) - (a < b));
+        EXPECT_EQ(order == 0, a == b && !(a != b));
+        EXPECT_EQ(order, (a > bRaw) - (a < bRaw));
+        EXPECT_EQ(order, (bRaw < a) - (bRaw > a));
+        EXPECT_EQ(order == 0, bRaw == a && !(bRaw != a));
+        // Mixed widths convert through the locale; keep to ASCII there.
+        if (static_cast<unsigned char>(row[0][0]) >= 0x80) continue;
+        OtherString<S> bObject(bOther.c_str());
+        EXPECT_EQ(order, (a > bObject) - (a < bObject));
+        EXPECT_EQ(order == 0, a == bObject && bOther.c_str() == a);
+        EXPECT_EQ(order, (a > bOther.c_str()) - (bOther.c_str() > a));
     }
 }
 
-TEST(String, ConcatenationAndInsertion) {
-    KR_String a("ab");
-    EXPECT_EQ("abcd", text(a + "cd"));
-    EXPECT_EQ("abcd", text(a + L"cd"));
-    EXPECT_EQ("xyab", text("xy" + a));
-    EXPECT_EQ("xyab", text(L"xy" + a));
-    EXPECT_EQ("abab", text(a + a));
-    EXPECT_EQ("ab", text(a + static_cast<const char*>(nullptr)));
-    EXPECT_EQ("ab", text(static_cast<const char*>(nullptr) + a));
-    KR_StringW w(L"W");
-    EXPECT_EQ("abW", text(a + w));
-    EXPECT_EQ(L"Wab", text(w + a));
-    EXPECT_EQ(L"xW", text("x" + w));
+TYPED_TEST(Strings, ConcatenationAndInsertion) {
+    KR_STRING_TYPES;
+    S a(widen<C>("ab").c_str());
+    OtherString<S> other(widen<D>("W").c_str());
+    EXPECT_EQ("abcd", text(a + widen<C>("cd").c_str()));
+    EXPECT_EQ("abcd", text(a + widen<D>("cd").c_str()));
+    EXPECT_EQ("xyab", text(widen<C>("xy").c_str() + a));
+    EXPECT_EQ("xyab", text(widen<D>("xy").c_str() + a));
+    EXPECT_EQ("abW", text(a + other));
+    EXPECT_EQ("ab", text(a + static_cast<const C*>(nullptr)));
+    EXPECT_EQ("ab", text(static_cast<const D*>(nullptr) + a));
     a += a;
-    EXPECT_EQ("abab", text(a));
-    a += L"!";
+    a += widen<D>("!").c_str();
+    a += static_cast<const C*>(nullptr);
     EXPECT_EQ("abab!", text(a));
-    KR_String null;
-    null += "x";
+    S null;
+    null += widen<C>("x").c_str();
     EXPECT_EQ("x", text(null));
 
-    struct Row {
-        unsigned int pos;
-        const char* result;
-    };
-
-    const Row rows[] = {{100, "abX"}, {2, "abX"}, {0, "Xab"}, {1, "aXb"}};
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.pos);
-        KR_String s("ab");
-        EXPECT_KR_STATUS(KR_RET_TRUE, s.strIns(row.pos, "X"));
-        EXPECT_EQ(row.result, text(s));
-        KR_StringW sw(L"ab");
-        EXPECT_KR_STATUS(KR_RET_TRUE, sw.strIns(row.pos, "X"));
-        EXPECT_EQ(std::wstring(row.result, row.result + 3), text(sw));
+    const unsigned int positions[] = {100, 2, 0, 1};
+    const char* results[] = {"abX", "abX", "Xab", "aXb"};
+    for (int i = 0; i < 4; ++i) {
+        SCOPED_TRACE(positions[i]);
+        S s(widen<C>("ab").c_str()), t(s);
+        EXPECT_KR_STATUS(KR_RET_TRUE, s.strIns(positions[i], widen<C>("X").c_str()));
+        EXPECT_KR_STATUS(KR_RET_TRUE, t.strIns(positions[i], widen<D>("X").c_str()));
+        EXPECT_EQ(results[i], text(s));
+        EXPECT_EQ(results[i], text(t));
     }
-    KR_String s("ab");
-    EXPECT_KR_STATUS(KR_RET_TRUE, s.strIns(1, static_cast<const char*>(nullptr)));
+    S s(widen<C>("ab").c_str());
+    EXPECT_KR_STATUS(KR_RET_TRUE, s.strIns(1, static_cast<const C*>(nullptr)));
     EXPECT_KR_STATUS(KR_RET_TRUE, s.strIns(1, s));
     EXPECT_EQ("aabb", text(s));
-    KR_String fromNull;
-    EXPECT_KR_STATUS(KR_RET_TRUE, fromNull.strIns(5, L"x"));
-    EXPECT_EQ("x", text(fromNull));
+    EXPECT_KR_STATUS(KR_RET_TRUE, null.strIns(5, widen<D>("y").c_str()));
+    EXPECT_EQ("xy", text(null));
 }
 
-TEST(String, PackedFormAndRoundTrips) {
+TYPED_TEST(Strings, PackedFormRoundTripsAndRejectsOtherStorage) {
+    KR_STRING_TYPES;
     KR_Version version;
-
-    struct Row {
-        const char* text;
-        unsigned int size;
-    };
-
-    const Row rows[] = {{nullptr, 4}, {"", 5}, {"abc", 8}, {"a b\t\xff", 10}};
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.text ? row.text : "(null)");
-        KR_String s(row.text);
-        ASSERT_EQ(row.size, s.getPackedSize(version, KR_STORAGE_BINARY));
-        std::vector<char> buffer(row.size + 8, '\x55');
+    const unsigned int unit = sizeof(C) == 1 ? 1 : 2;
+    const char* rows[] = {nullptr, "", "abc", "a b\t\xff"};
+    for (const char* row : rows) {
+        SCOPED_TRACE(shown(row));
+        S s(row ? widen<C>(row).c_str() : nullptr);
+        unsigned int n = row ? static_cast<unsigned int>(strlen(row)) + 1 : 0;
+        ASSERT_EQ(4 + unit * n, s.getPackedSize(version, KR_STORAGE_BINARY));
+        std::vector<char> buffer(4 + unit * n + 8, '\x55');
         unsigned int used = 99;
         ASSERT_KR_STATUS(KR_RET_TRUE, s.pack(version, buffer.data(), used, KR_STORAGE_BINARY));
-        EXPECT_EQ(row.size, used);
-        unsigned int n = row.text ? static_cast<unsigned int>(strlen(row.text)) + 1 : 0;
+        EXPECT_EQ(4 + unit * n, used);
         EXPECT_EQ(std::string({char(n), 0, 0, 0}), std::string(buffer.data(), 4));
-        EXPECT_EQ('\x55', buffer[row.size]) << "wrote past the packed size";
-        KR_String back("previous");
+        EXPECT_EQ('\x55', buffer[used]) << "wrote past the packed size";
+        S back(widen<C>("previous").c_str());
         used = 99;
         ASSERT_KR_STATUS(KR_RET_TRUE, back.unpack(version, buffer.data(), used, KR_STORAGE_BINARY));
-        EXPECT_EQ(row.size, used);
+        EXPECT_EQ(4 + unit * n, used);
         EXPECT_EQ(text(s), text(back));
     }
-    KR_String s("abc");
+    S s(widen<C>("abc").c_str());
     char buffer[16];
     unsigned int used = 7;
     krtest::ReportCapture capture;
@@ -289,106 +274,78 @@ TEST(StringW, PacksUtf16LittleEndianOnEveryPlatform) {
     KR_Version version;
     // U+1F600 is one wchar_t on Linux and a surrogate pair on Windows: the same bytes either way.
     KR_StringW s(L"A\U0001F600\u00e9");
-    const char expected[] =
+    const std::string expected(
             "\x05\x00\x00\x00"
-            "A\x00\x3d\xd8\x00\xde\xe9\x00\x00\x00";
-    ASSERT_EQ(sizeof expected - 1, s.getPackedSize(version, KR_STORAGE_BINARY));
+            "A\x00\x3d\xd8\x00\xde\xe9\x00\x00\x00",
+            14);
+    ASSERT_EQ(expected.size(), s.getPackedSize(version, KR_STORAGE_BINARY));
     char buffer[32];
     unsigned int used = 0;
     ASSERT_KR_STATUS(KR_RET_TRUE, s.pack(version, buffer, used, KR_STORAGE_BINARY));
-    EXPECT_EQ(std::string(expected, sizeof expected - 1), std::string(buffer, used));
+    EXPECT_EQ(expected, std::string(buffer, used));
     KR_StringW back;
     ASSERT_KR_STATUS(KR_RET_TRUE, back.unpack(version, buffer, used, KR_STORAGE_BINARY));
-    EXPECT_EQ(sizeof expected - 1, used);
-    EXPECT_EQ(text(s), text(back));
-
-    KR_StringW null, empty(L"");
-    EXPECT_EQ(4u, null.getPackedSize(version, KR_STORAGE_BINARY));
-    EXPECT_EQ(6u, empty.getPackedSize(version, KR_STORAGE_BINARY));
-    ASSERT_KR_STATUS(KR_RET_TRUE, empty.pack(version, buffer, used, KR_STORAGE_BINARY));
-    ASSERT_KR_STATUS(KR_RET_TRUE, back.unpack(version, buffer, used, KR_STORAGE_BINARY));
-    EXPECT_EQ(6u, used);
-    EXPECT_NE(nullptr, static_cast<const wchar_t*>(back));
-    ASSERT_KR_STATUS(KR_RET_TRUE, null.pack(version, buffer, used, KR_STORAGE_BINARY));
-    ASSERT_KR_STATUS(KR_RET_TRUE, back.unpack(version, buffer, used, KR_STORAGE_BINARY));
-    EXPECT_EQ(nullptr, static_cast<const wchar_t*>(back));
+    EXPECT_EQ(expected.size(), used);
+    EXPECT_EQ(std::wstring(L"A\U0001F600\u00e9"), static_cast<const wchar_t*>(back));
 }
 
 TEST(String, TextAndBinaryPersistence) {
     KR_Version version;
-    std::string path = tempPath("kr_str_persist.txt");
+    std::string path = ::testing::TempDir() + "kr_str_persist.txt";
     {
         KR_FileAscii file(path.c_str(), KR_FILE_MODE_WRITE);
         ASSERT_TRUE(file.isOpen());
         EXPECT_KR_STATUS(KR_RET_TRUE, KR_String("a b").persist(version, file));
         EXPECT_KR_STATUS(KR_RET_TRUE, KR_String().persist(version, file));
         EXPECT_KR_STATUS(KR_RET_TRUE, KR_StringW(L"w x").persist(version, file));
-        EXPECT_KR_STATUS(KR_RET_TRUE, KR_String("last").persist(version, file));
     }
-    EXPECT_EQ(
-            "<STRING>a b</STRING>\n<STRING></STRING>\n<STRINGW>w x</STRINGW>\n"
-            "<STRING>last</STRING>\n",
-            fileText(path));
+    EXPECT_EQ("<STRING>a b</STRING>\n<STRING></STRING>\n<STRINGW>w x</STRINGW>\n", fileText(path));
     {
         // The wide restore reads narrow entries and passes over its own wide ones.
         KR_FileAscii file(path.c_str(), KR_FILE_MODE_READ);
         KR_String s("stale");
+        KR_StringW w(L"stale");
         EXPECT_KR_STATUS(KR_RET_TRUE, s.restore(version, file));
         EXPECT_EQ("a b", text(s));
-        KR_StringW w(L"stale");
         EXPECT_KR_STATUS(KR_RET_TRUE, w.restore(version, file));
         EXPECT_EQ(0u, w.strLeng());
         EXPECT_KR_STATUS(KR_RET_FALSE, w.restore(version, file));
-        EXPECT_EQ(0u, w.strLeng());
     }
-    remove(path.c_str());
-
-    path = tempPath("kr_str_persist.bin");
-    unsigned int written = 0, total = 0;
+    path = ::testing::TempDir() + "kr_str_persist.bin";
+    unsigned int written[3], read = 0;
     {
         KR_FileBinary file(path.c_str(), KR_FILE_MODE_WRITE);
-        ASSERT_KR_STATUS(KR_RET_TRUE, KR_String("abc").persist(version, file, written));
-        EXPECT_EQ(8u, written);
-        total += written;
-        ASSERT_KR_STATUS(KR_RET_TRUE, KR_String().persist(version, file, written));
-        EXPECT_EQ(4u, written);
-        total += written;
-        ASSERT_KR_STATUS(KR_RET_TRUE, KR_StringW(L"x\U0001F600").persist(version, file, written));
-        EXPECT_EQ(12u, written);
-        total += written;
+        ASSERT_KR_OK(KR_String("abc").persist(version, file, written[0]));
+        ASSERT_KR_OK(KR_String().persist(version, file, written[1]));
+        ASSERT_KR_OK(KR_StringW(L"x\U0001F600").persist(version, file, written[2]));
     }
-    EXPECT_EQ(total, fileText(path).size());
-    {
-        KR_FileBinary file(path.c_str(), KR_FILE_MODE_READ);
-        unsigned int read = 0;
-        KR_String s("stale");
-        ASSERT_KR_STATUS(KR_RET_TRUE, s.restore(version, file, read));
-        EXPECT_EQ("abc", text(s));
-        EXPECT_EQ(8u, read);
-        ASSERT_KR_STATUS(KR_RET_TRUE, s.restore(version, file, read));
-        EXPECT_EQ(nullptr, static_cast<const char*>(s));
-        KR_StringW w;
-        ASSERT_KR_STATUS(KR_RET_TRUE, w.restore(version, file, read));
-        EXPECT_EQ(std::wstring(L"x\U0001F600"), text(w));
-    }
-    remove(path.c_str());
+    EXPECT_EQ(8u + 4u + 12u, written[0] + written[1] + written[2]);
+    EXPECT_EQ(8u + 4u + 12u, fileText(path).size());
+    KR_FileBinary file(path.c_str(), KR_FILE_MODE_READ);
+    KR_String s("stale");
+    KR_StringW w;
+    ASSERT_KR_OK(s.restore(version, file, read));
+    EXPECT_EQ("abc", text(s));
+    EXPECT_EQ(8u, read);
+    ASSERT_KR_OK(s.restore(version, file, read));
+    EXPECT_EQ("(null)", text(s));
+    ASSERT_KR_OK(w.restore(version, file, read));
+    EXPECT_EQ(std::wstring(L"x\U0001F600"), static_cast<const wchar_t*>(w));
 }
 
 TEST(String, PrintsThroughTheStreamHandlers) {
     KR_OStream stream;
-    stream.setConsoleHandler(collect);
-    stream.setConsoleHandlerW(collectW);
+    stream.setConsoleHandler(collect<char>);
+    stream.setConsoleHandlerW(collect<wchar_t>);
     printed.clear();
-    stream << KR_String("n") << KR_String() << KR_StringW(L"w") << KR_StringW();
+    stream << KR_String("n") << KR_String() << KR_StringW(L"w") << KR_StringW()
+           << krInternal::nullRef<KR_String>();
     EXPECT_EQ("nw", printed);
     printed.clear();
     KR_StringArr array(2u);
     array[0] = "one";
     stream << array;
     EXPECT_EQ("one\n\n", printed);
-    printed.clear();
-    stream << krInternal::nullRef<KR_String>();
-    EXPECT_EQ("", printed);
 }
 
 TEST(StringArr, GrowsShrinksAndReports) {
@@ -397,16 +354,13 @@ TEST(StringArr, GrowsShrinksAndReports) {
     EXPECT_EQ("first", text(fromText[0]));
     EXPECT_EQ(0u, KR_StringArr(static_cast<const char*>(nullptr)).strArrNum());
     KR_StringArr array(2u);
-    EXPECT_EQ(2u, array.strArrNum());
     array[1] = "b";
     EXPECT_KR_OK(array.strArrIns(0, "a"));
     EXPECT_KR_OK(array.strArrIns(99, "z"));
     EXPECT_KR_OK(array.strArrCat(fromText));
     EXPECT_KR_OK(array.strArrDel(1));
-    std::vector<std::string> got;
-    for (unsigned int i = 0; i < array.strArrNum(); ++i)
-        got.push_back(text(array[i]));
-    EXPECT_EQ((std::vector<std::string>{"a", "b", "z", "first"}), got);
+    EXPECT_EQ("a b z first",
+              text(array[0]) + " " + text(array[1]) + " " + text(array[2]) + " " + text(array[3]));
     KR_StringArr copy(array);
     array = fromText;
     EXPECT_EQ(4u, copy.strArrNum());
@@ -425,53 +379,92 @@ TEST(StringArr, GrowsShrinksAndReports) {
             capture.located());
 }
 
-TEST(StringUtilities, SubstituteIntoAString) {
-    KR_String out("old");
-    EXPECT_KR_STATUS(KR_RET_TRUE, KR_strSubstitute(out, "a.b.c", "::", ".", 1));
-    EXPECT_EQ("a::b::c", text(out));
-    EXPECT_KR_STATUS(KR_RET_FALSE, KR_strSubstitute(out, "abc", "x", "", 1));
-    EXPECT_EQ(nullptr, static_cast<const char*>(out));
-    KR_StringW outW(L"old");
-    EXPECT_KR_STATUS(KR_RET_TRUE, KR_strSubstituteW(outW, L"AbA", L"-", L"a", 0));
-    EXPECT_EQ(L"-b-", text(outW));
-    EXPECT_KR_STATUS(KR_RET_FALSE, KR_strSubstituteW(outW, L"abc", L"x", L"q", 0));
-    EXPECT_EQ(nullptr, static_cast<const wchar_t*>(outW));
-}
+TYPED_TEST(Strings, UtilitiesFillOrEmptyTheString) {
+    KR_STRING_TYPES;
+    auto w = [](const char* t) { return widen<C>(t); };
+    auto substitute = [&](S& out, const char* pattern) {
+        return KR_W(KR_strSubstitute)(out, w("AbA").c_str(), w("-").c_str(), w(pattern).c_str(),
+                                      static_cast<unsigned char>(0));
+    };
+    S out(w("old").c_str());
+    EXPECT_KR_STATUS(KR_RET_TRUE, substitute(out, "a"));
+    EXPECT_EQ("-b-", text(out));
+    EXPECT_KR_STATUS(KR_RET_FALSE, substitute(out, ""));
+    EXPECT_EQ("(null)", text(out));
+    krtest::ReportCapture capture;
+    EXPECT_KR_STATUS(KR_RET_ERR_POBJ, substitute(krInternal::nullRef<S>(), "a"));
+    EXPECT_EQ(kNotInitialised, capture.located());
 
-TEST(StringUtilities, ControlCharacterEncoding) {
     struct Row {
-        const char* name;
-        std::string plain;
-        std::string encoded;
+        const char* text;
+        unsigned int start, count;
+        KR_RET_STATUS status;
+        const char* piece;
     };
 
-    const Row rows[] = {{"tab stays, bell encoded", "a\tb\x07", "a\tb$CHR(BEL)"},
-                        {"line ends stay", "x\r\ny", "x\r\ny"},
-                        {"DEL and US", "\x7f\x1f", "$CHR(DEL)$CHR(US)"},
-                        {"escape, then code 1", "\x1b\x01", "$CHR(ESC)$CHR(SOH)"},
-                        {"a written form stays text", "$CHR(NUL)", "$$CHR(NUL)"},
-                        {"high bytes are copied", "\xe9\x80\xff", "\xe9\x80\xff"}};
+    const Row rows[] = {{"abcdef", 2, 3, KR_RET_TRUE, "cde"},
+                        {"abcdef", 4, 100, KR_RET_TRUE, "ef"},
+                        {"abc", 3, 1, KR_RET_FALSE, "(null)"},
+                        {"abc", 0, 0, KR_RET_FALSE, "(null)"},
+                        {nullptr, 0, 1, KR_RET_FALSE, "(null)"}};
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        KR_String encoded("stale"), decoded("stale");
-        EXPECT_KR_STATUS(KR_RET_TRUE, KR_addControlChars(encoded, row.plain.c_str()));
-        EXPECT_EQ(row.encoded, text(encoded));
-        EXPECT_KR_STATUS(KR_RET_TRUE, KR_removeControlChars(decoded, encoded));
-        EXPECT_EQ(row.plain, text(decoded));
-        KR_StringW encodedW, decodedW;
-        std::wstring plainW(row.plain.begin(), row.plain.end());
-        EXPECT_KR_STATUS(KR_RET_TRUE, KR_addControlCharsW(encodedW, plainW.c_str()));
-        EXPECT_EQ(std::wstring(row.encoded.begin(), row.encoded.end()), text(encodedW));
-        EXPECT_KR_STATUS(KR_RET_TRUE, KR_removeControlCharsW(decodedW, encodedW));
-        EXPECT_EQ(plainW, text(decodedW));
+        SCOPED_TRACE(shown(row.text) + " " + std::to_string(row.start));
+        out = w("stale").c_str();
+        std::basic_string<C> t = w(row.text ? row.text : "");
+        EXPECT_KR_STATUS(row.status, KR_W(KR_getSubString)(out, row.text ? t.c_str() : nullptr,
+                                                           row.start, row.count));
+        EXPECT_EQ(row.piece, text(out));
     }
-    KR_String out;
-    EXPECT_KR_STATUS(KR_RET_TRUE, KR_removeControlChars(out, "$$CHR(\n)"));
+}
+
+TEST(StringUtilities, WidthConversionsIntoStrings) {
+    KR_String out("stale");
+    KR_StringW outW;
+    EXPECT_KR_STATUS(KR_RET_TRUE, KR_strToKorvaneStrW(outW, "conv"));
+    EXPECT_EQ("conv", text(outW));
+    EXPECT_KR_STATUS(KR_RET_TRUE, KR_wStrToKorvaneStr(out, L"back"));
+    EXPECT_EQ("back", text(out));
+    EXPECT_KR_STATUS(KR_RET_TRUE, KR_wStrToKorvaneStr(out, nullptr));
+    EXPECT_EQ("(null)", text(out));
+
+    std::string saved = setlocale(LC_CTYPE, nullptr);
+    if (setlocale(LC_CTYPE, "C.UTF-8") == nullptr) GTEST_SKIP() << "no C.UTF-8 locale";
+    krtest::ReportCapture capture;
+    EXPECT_KR_STATUS(KR_RET_ERR_GEN, KR_strToKorvaneStrW(outW, "bad \xff"));
+    EXPECT_EQ("(null)", text(outW));
+    KR_StringW wideFromBad(KR_String("\xc3"));
+    EXPECT_EQ("(null)", text(wideFromBad));
+    EXPECT_EQ("src/kr_str: line N: \nInternal error\n\nsrc/kr_str: line N: \nInternal error\n\n",
+              capture.located());
+    setlocale(LC_CTYPE, saved.c_str());
+}
+
+TYPED_TEST(Strings, ControlCharacterEncoding) {
+    KR_STRING_TYPES;
+    auto encode = KR_W(KR_addControlChars);
+    auto decode = KR_W(KR_removeControlChars);
+    const char* rows[][2] = {{"a\tb\x07", "a\tb$CHR(BEL)"},  // TAB stays
+                             {"x\r\ny", "x\r\ny"},
+                             {"\x7f\x1f", "$CHR(DEL)$CHR(US)"},
+                             {"\x1b\x01", "$CHR(ESC)$CHR(SOH)"},
+                             {"$CHR(NUL)", "$$CHR(NUL)"},  // a written form stays text
+                             {"\xe9\x80\xff", "\xe9\x80\xff"}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row[1]);
+        S encoded(widen<C>("stale").c_str()), decoded(encoded);
+        EXPECT_KR_STATUS(KR_RET_TRUE, encode(encoded, widen<C>(row[0]).c_str()));
+        EXPECT_EQ(row[1], text(encoded));
+        EXPECT_KR_STATUS(KR_RET_TRUE, decode(decoded, static_cast<const C*>(encoded)));
+        EXPECT_EQ(row[0], text(decoded));
+    }
+    S out;
+    EXPECT_KR_STATUS(KR_RET_TRUE, decode(out, widen<C>("$$CHR(\n)").c_str()));
     EXPECT_EQ("$CHR(\n)", text(out));
-    EXPECT_KR_STATUS(KR_RET_TRUE, KR_removeControlChars(out, "$CHR(NUL)x$CHR(LF)$CHR(XYZ)"));
-    ASSERT_EQ(std::string("\0x\n$CHR(XYZ)", 12), std::string(static_cast<const char*>(out), 12));
-    EXPECT_KR_STATUS(KR_RET_TRUE, KR_addControlChars(out, nullptr));
-    EXPECT_EQ(nullptr, static_cast<const char*>(out));
+    EXPECT_KR_STATUS(KR_RET_TRUE, decode(out, widen<C>("$CHR(NUL)x$CHR(LF)$CHR(XYZ)").c_str()));
+    EXPECT_EQ(widen<C>(std::string("\0x\n$CHR(XYZ)", 12)),
+              std::basic_string<C>(static_cast<const C*>(out), 12));
+    EXPECT_KR_STATUS(KR_RET_TRUE, encode(out, static_cast<const C*>(nullptr)));
+    EXPECT_EQ("(null)", text(out));
 
     // Random texts round-trip, except for a "$" right before a control character, which the
     // encoding cannot tell from an escaped form.
@@ -482,80 +475,68 @@ TEST(StringUtilities, ControlCharacterEncoding) {
         std::string plain;
         for (int n = rng() % 8; n > 0; --n)
             plain += pieces[rng() % (sizeof pieces / sizeof *pieces)];
-        bool ambiguous = false;
-        for (size_t k = 0; k + 1 < plain.size(); ++k) {
-            unsigned char next = static_cast<unsigned char>(plain[k + 1]);
-            ambiguous |= plain[k] == '$' && (next == 1 || next == 0x7f);
+        if (plain.find("$\x01") != std::string::npos || plain.find("$\x7f") != std::string::npos) {
+            continue;
         }
-        if (ambiguous) continue;
         SCOPED_TRACE(plain);
-        KR_String encoded, decoded;
-        ASSERT_KR_OK(KR_addControlChars(encoded, plain.c_str()));
-        ASSERT_KR_OK(KR_removeControlChars(decoded, encoded));
-        ASSERT_EQ(plain, plain.empty() ? "" : text(decoded));
+        S encoded, decoded;
+        ASSERT_KR_OK(encode(encoded, widen<C>(plain).c_str()));
+        ASSERT_KR_OK(decode(decoded, static_cast<const C*>(encoded)));
+        ASSERT_EQ(plain, text(decoded));
     }
 }
 
-TEST(StringUtilities, SplitEdgeCases) {
+TYPED_TEST(Strings, SplitAndJoin) {
+    using C = CharOf<TypeParam>;
+
     struct Row {
         const char* name;
         const char* text;
         const char* delimiters;
-        std::vector<std::string> tokens;
-    };
-
-    const Row rows[] = {{"separator runs and ends", ",a,,b,", ",", {"a", "b"}},
-                        {"no delimiters", "a,b", nullptr, {"a,b"}},
-                        {"no delimiters, empty text", "", nullptr, {""}},
-                        {"only separators", ",;,", ",;", {}},
-                        {"empty text", "", ",", {}},
-                        {"null text", nullptr, ",", {}},
-                        {"several delimiters", "a b;c", " ;", {"a", "b", "c"}}};
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        KR_Array<KR_String> out(3);
-        ASSERT_KR_STATUS(KR_RET_TRUE, KR_splitString(row.text, row.delimiters, out));
-        EXPECT_EQ(row.tokens, texts(out));
-    }
-    KR_Array<KR_StringW> wide;
-    ASSERT_KR_STATUS(KR_RET_TRUE, KR_splitStringW(L"\u00e9t\u00e9,,x", L",", wide));
-    ASSERT_EQ(2u, wide.numElems());
-    EXPECT_EQ(L"\u00e9t\u00e9", text(wide[0]));
-    KR_StringW joinedW;
-    EXPECT_KR_OK(KR_stringArrToStringW(joinedW, wide, L"+"));
-    EXPECT_EQ(L"\u00e9t\u00e9+x", text(joinedW));
-}
-
-TEST(StringUtilities, GeneralSplitQuotesEscapesEmptiesAndTrims) {
-    struct Row {
-        const char* name;
-        const char* text;
         char quote, escape;
         unsigned char keepEmpty, trim;
         std::vector<std::string> tokens;
     };
 
-    const Row rows[] = {{"plain", ",a,,b,", 0, 0, 0, 0, {"a", "b"}},
-                        {"keep empty", ",a,,b,", 0, 0, 1, 0, {"", "a", "", "b", ""}},
-                        {"quoted delimiter", "\"a,b\",c", '"', 0, 0, 0, {"a,b", "c"}},
-                        {"quoted empty is a token", "a,\"\",b", '"', 0, 0, 0, {"a", "", "b"}},
-                        {"escaped delimiter", "a\\,b,c\\", 0, '\\', 0, 0, {"a,b", "c\\"}},
-                        {"trim", " a , b ,  ,", 0, 0, 0, 1, {"a", "b"}},
-                        {"trim keeps quoted space", " \" a \" ,b", '"', 0, 0, 1, {" a ", "b"}},
-                        {"trim keeps escaped space", "a\\ , b", 0, '\\', 1, 1, {"a ", "b"}},
-                        {"unclosed quote", "a,\"b,c", '"', 0, 0, 0, {"a", "b,c"}}};
+    const Row rows[] = {{"separator runs and ends", ",a,,b,", ",", 0, 0, 0, 0, {"a", "b"}},
+                        {"no delimiters", "a,b", nullptr, 0, 0, 0, 0, {"a,b"}},
+                        {"no delimiters, empty text", "", nullptr, 0, 0, 0, 0, {""}},
+                        {"only separators", ",;,", ",;", 0, 0, 0, 0, {}},
+                        {"empty text", "", ",", 0, 0, 0, 0, {}},
+                        {"null text", nullptr, ",", 0, 0, 0, 0, {}},
+                        {"several delimiters", "a b;\xe9", " ;", 0, 0, 0, 0, {"a", "b", "\xe9"}},
+                        {"keep empty", ",a,,b,", ",", 0, 0, 1, 0, {"", "a", "", "b", ""}},
+                        {"quoted delimiter", "\"a,b\",c", ",", '"', 0, 0, 0, {"a,b", "c"}},
+                        {"quoted empty is a token", "a,\"\",b", ",", '"', 0, 0, 0, {"a", "", "b"}},
+                        {"escaped delimiter", "a\\,b,c\\", ",", 0, '\\', 0, 0, {"a,b", "c\\"}},
+                        {"trim", " a , b ,  ,", ",", 0, 0, 0, 1, {"a", "b"}},
+                        {"trim keeps quoted space", " \" a \" ,b", ",", '"', 0, 0, 1, {" a ", "b"}},
+                        {"trim keeps escaped space", "a\\ , b", ",", 0, '\\', 1, 1, {"a ", "b"}},
+                        {"unclosed quote", "a,\"b,c", ",", '"', 0, 0, 0, {"a", "b,c"}}};
+    auto raw = [](const std::basic_string<C>& t, const char* source) {
+        return source == nullptr ? nullptr : t.c_str();
+    };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        KR_Array<KR_String> out;
-        ASSERT_KR_STATUS(KR_RET_TRUE, KR_splitString(row.text, ",", out, row.quote, row.escape,
-                                                     row.keepEmpty, row.trim));
+        std::basic_string<C> t = widen<C>(row.text ? row.text : "");
+        std::basic_string<C> d = widen<C>(row.delimiters ? row.delimiters : "");
+        KR_Array<TypeParam> out(3);
+        bool plain = row.quote == 0 && row.escape == 0 && row.keepEmpty == 0 && row.trim == 0;
+        if (plain) {
+            ASSERT_KR_STATUS(KR_RET_TRUE,
+                             KR_W(KR_splitString)(raw(t, row.text), raw(d, row.delimiters), out));
+            EXPECT_EQ(row.tokens, texts(out));
+        }
+        ASSERT_KR_STATUS(KR_RET_TRUE, KR_W(KR_splitString)(raw(t, row.text), raw(d, row.delimiters),
+                                                           out, C(row.quote), C(row.escape),
+                                                           row.keepEmpty, row.trim));
         EXPECT_EQ(row.tokens, texts(out));
-        KR_String joined;
-        EXPECT_KR_OK(KR_stringArrToString(joined, out, "|"));
-        std::string expected;
+        TypeParam joined;
+        EXPECT_KR_OK(KR_W(KR_stringArrToString)(joined, out, widen<C>("|").c_str()));
+        std::string expected = row.tokens.empty() ? "(null)" : "";
         for (size_t i = 0; i < row.tokens.size(); ++i)
             expected += (i ? "|" : "") + row.tokens[i];
-        EXPECT_EQ(row.tokens.empty() ? "(null)" : expected, text(joined));
+        EXPECT_EQ(expected, text(joined));
     }
 }
 
@@ -580,94 +561,36 @@ TEST(StringUtilities, SplitAgreesWithStrtok) {
     }
 }
 
-TEST(StringUtilities, SubStringsAndConversions) {
-    KR_String out("stale");
-    EXPECT_KR_STATUS(KR_RET_TRUE, KR_getSubString(out, "abcdef", 2, 3));
-    EXPECT_EQ("cde", text(out));
-    EXPECT_KR_STATUS(KR_RET_TRUE, KR_getSubString(out, "abcdef", 4, 100));
-    EXPECT_EQ("ef", text(out));
-    EXPECT_KR_STATUS(KR_RET_FALSE, KR_getSubString(out, "abc", 3, 1));
-    EXPECT_EQ(nullptr, static_cast<const char*>(out));
-    KR_StringW outW;
-    EXPECT_KR_STATUS(KR_RET_TRUE, KR_getSubStringW(outW, L"abc", 0, 1));
-    EXPECT_EQ(L"a", text(outW));
-
-    EXPECT_KR_STATUS(KR_RET_TRUE, KR_strToKorvaneStrW(outW, "conv"));
-    EXPECT_EQ(L"conv", text(outW));
-    EXPECT_KR_STATUS(KR_RET_TRUE, KR_wStrToKorvaneStr(out, L"back"));
-    EXPECT_EQ("back", text(out));
-    EXPECT_KR_STATUS(KR_RET_TRUE, KR_wStrToKorvaneStr(out, nullptr));
-    EXPECT_EQ(nullptr, static_cast<const char*>(out));
-
-    std::string saved = setlocale(LC_CTYPE, nullptr);
-    if (setlocale(LC_CTYPE, "C.UTF-8") == nullptr) GTEST_SKIP() << "no C.UTF-8 locale";
-    krtest::ReportCapture capture;
-    outW = L"stale";
-    EXPECT_KR_STATUS(KR_RET_ERR_GEN, KR_strToKorvaneStrW(outW, "bad \xff"));
-    EXPECT_EQ(nullptr, static_cast<const wchar_t*>(outW));
-    KR_String fromBad("\xc3");
-    KR_StringW wideFromBad(fromBad);
-    EXPECT_TRUE(wideFromBad.objIsEnabled());
-    EXPECT_EQ(nullptr, static_cast<const wchar_t*>(wideFromBad));
-    EXPECT_EQ("src/kr_str: line N: \nInternal error\n\nsrc/kr_str: line N: \nInternal error\n\n",
-              capture.located());
-    setlocale(LC_CTYPE, saved.c_str());
-}
-
 TEST(StringFaults, EveryAllocationFailureLeavesAUsableString) {
     KR_REQUIRE_FAULT_INJECTION();
     krtest::ReportCapture capture;
     KR_Version version;
-
-    struct Case {
-        const char* name;
-        KR_RET_STATUS (*op)(KR_String& s);
-        const char* unchanged;  // text after a failure; null: the string is emptied
-    };
-
-    const Case cases[] = {
-            {"construct",
-             [](KR_String& s) {
-                 KR_String t("copy");
-                 s = t;
-                 return KR_getStatusCode();
-             },
-             nullptr},
-            {"assign",
-             [](KR_String& s) {
-                 s = "other";
-                 return KR_getStatusCode();
-             },
-             nullptr},
-            {"append",
-             [](KR_String& s) {
-                 s += "tail";
-                 return KR_getStatusCode();
-             },
-             "start"},
-            {"insert", [](KR_String& s) { return s.strIns(1, L"ins"); }, "start"},
-            {"substitute", [](KR_String& s) { return KR_strSubstitute(s, "aXa", "b", "x", 0); },
-             nullptr},
-            {"encode", [](KR_String& s) { return KR_addControlChars(s, "$CHR(\x01"); }, nullptr},
-            {"decode", [](KR_String& s) { return KR_removeControlChars(s, "$$CHR($CHR(LF)"); },
-             nullptr},
-            {"sub string", [](KR_String& s) { return KR_getSubString(s, "abc", 1, 1); }, nullptr},
-            {"convert", [](KR_String& s) { return KR_wStrToKorvaneStr(s, L"w"); }, nullptr}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    using Op = KR_RET_STATUS (*)(KR_String&);
+    // Each operation on a string holding "start", and its text after a failure (null: emptied).
+    const std::pair<Op, const char*> cases[] = {
+            {[](KR_String& s) { return (s = KR_String("copy"), KR_getStatusCode()); }, nullptr},
+            {[](KR_String& s) { return (s = "other", KR_getStatusCode()); }, nullptr},
+            {[](KR_String& s) { return (s += "tail", KR_getStatusCode()); }, "start"},
+            {[](KR_String& s) { return s.strIns(1, L"ins"); }, "start"},
+            {[](KR_String& s) { return KR_strSubstitute(s, "aXa", "b", "x", 0); }, nullptr},
+            {[](KR_String& s) { return KR_addControlChars(s, "$CHR(\x01"); }, nullptr},
+            {[](KR_String& s) { return KR_removeControlChars(s, "$$CHR($CHR(LF)"); }, nullptr},
+            {[](KR_String& s) { return KR_getSubString(s, "abc", 1, 1); }, nullptr},
+            {[](KR_String& s) { return KR_wStrToKorvaneStr(s, L"w"); }, nullptr}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
         int failures = 0;
         krtest::forEachAllocationFailure(
                 [] { return std::make_unique<KR_String>("start"); },
                 [&](std::unique_ptr<KR_String>& s) {
                     capture.clear();
                     KR_clearStatusCode();
-                    return c.op(*s);
+                    return c.first(*s);
                 },
                 [&](std::unique_ptr<KR_String>& s, KR_RET_STATUS status, unsigned long) {
                     ++failures;
                     EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
-                    EXPECT_TRUE(s->objIsEnabled());
-                    EXPECT_EQ(c.unchanged ? c.unchanged : "(null)", text(*s));
+                    EXPECT_EQ(c.second ? c.second : "(null)", text(*s));
                     EXPECT_NE(std::string::npos, capture.located().find("\nMemory error\n\n"));
                 });
         EXPECT_LT(0, failures);
@@ -691,7 +614,7 @@ TEST(StringFaults, EveryAllocationFailureLeavesAUsableString) {
             },
             [&](auto& strings, KR_RET_STATUS status, unsigned long) {
                 EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
-                EXPECT_EQ(kMemory, capture.located());
+                EXPECT_EQ("src/kr_str: line N: \nMemory error\n\n", capture.located());
                 EXPECT_TRUE(static_cast<const char*>(*strings.first) == nullptr ||
                             static_cast<const wchar_t*>(*strings.second) == nullptr);
             });

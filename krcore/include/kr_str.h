@@ -17,6 +17,12 @@
 
 class KR_StringW;
 
+namespace krInternal {
+// The one body behind the members of KR_String and KR_StringW (kr_str.cpp).
+template <class S>
+struct StringBody;
+}  // namespace krInternal
+
 // KR_String — an owned narrow text. The text comes from the C allocator and is freed with free();
 // null stands for the empty string and behaves like "" for length, comparison and printing (it
 // differs only in the packed form). A failed copy (memory, or a failed wide conversion) is
@@ -120,11 +126,9 @@ public:
     KR_RET_STATUS restore(KR_Version& version, KR_FileBinary& file, unsigned int& read) override;
 
 private:
+    friend struct krInternal::StringBody<KR_String>;
     KR_RET_STATUS initDataMembers(const char* text);
     KR_RET_STATUS cleanupDataMembers();
-    // Replaces the text by a copy of text (null allowed); reports KR_RET_ERR_MEM.
-    KR_RET_STATUS copyFrom(const char* text);
-    KR_RET_STATUS copyFromWide(const wchar_t* text);
 
     unsigned char initialised_;
     char* text_;  // owned, from the C allocator; null for the empty string
@@ -208,10 +212,9 @@ public:
     KR_RET_STATUS restore(KR_Version& version, KR_FileBinary& file, unsigned int& read) override;
 
 private:
+    friend struct krInternal::StringBody<KR_StringW>;
     KR_RET_STATUS initDataMembers(const wchar_t* text);
     KR_RET_STATUS cleanupDataMembers();
-    KR_RET_STATUS copyFrom(const wchar_t* text);
-    KR_RET_STATUS copyFromNarrow(const char* text);
 
     unsigned char initialised_;
     wchar_t* text_;  // owned, from the C allocator; null for the empty string

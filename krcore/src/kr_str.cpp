@@ -20,7 +20,7 @@ using krInternal::CharOps;
 using krInternal::SameWidth;
 using krInternal::textLength;
 
-// Answer of orderOf when the comparison cannot be made (a side is not initialised).
+// Answer of an ordering when the comparison cannot be made (a side is not initialised).
 constexpr int kNoOrder = -2;
 
 int compareSameWidth(const char* a, const char* b) {
@@ -29,14 +29,6 @@ int compareSameWidth(const char* a, const char* b) {
 
 int compareSameWidth(const wchar_t* a, const wchar_t* b) {
     return KR_strcmpW(a, b);
-}
-
-// KR_strcmp's answer for own against other (converted to C's width first), or kNoOrder.
-template <class C, class D>
-int orderOf(bool ready, const C* own, const D* other) {
-    if (!ready) return kNoOrder;
-    SameWidth<C> same(other);
-    return compareSameWidth(own, same.get());
 }
 
 // own with text inserted before position pos (clamped to the end): a new heap text, or null
@@ -245,6 +237,397 @@ bool copyString(KR_String& to, const KR_String& from) {
 
 }  // namespace
 
+// --- The shared body of KR_String and KR_StringW ---
+
+namespace {
+
+KR_RET_STATUS printEntry(KR_FileAscii& file, const char* text) {
+    return file.print("<STRING>%s</STRING>\n", text);
+}
+
+KR_RET_STATUS printEntry(KR_FileAscii& file, const wchar_t* text) {
+    return file.printW(L"<STRINGW>%ls</STRINGW>\n", text);
+}
+
+KR_RET_STATUS readEntry(KR_String& string, KR_FileAscii& file) {
+    return KR_xmlReadTagEntry(string, file, "<STRING>", "</STRING>");
+}
+
+// The narrow tags, not the "<STRINGW>" that printEntry writes: kept so, see the class comment.
+KR_RET_STATUS readEntry(KR_StringW& string, KR_FileAscii& file) {
+    return KR_xmlReadTagEntryW(string, file, "<STRING>", "</STRING>");
+}
+
+// The packed count: the units of the text with its terminator, 0 for a null text. A unit is a
+// byte of a narrow text and a UTF-16 unit of a wide one, whatever the width of wchar_t.
+constexpr unsigned int unitBytes(char) {
+    return 1;
+}
+
+constexpr unsigned int unitBytes(wchar_t) {
+    return 2;
+}
+
+unsigned int packedCount(const char* text) {
+    return text == nullptr ? 0 : static_cast<unsigned int>(strlen(text)) + 1;
+}
+
+unsigned int packedCount(const wchar_t* text) {
+    if (text == nullptr) return 0;
+    return static_cast<unsigned int>(krInternal::utf16Length(text, wcslen(text))) + 1;
+}
+
+// The units of a non-null text and its terminator.
+void writeUnits(unsigned char* out, const char* text) {
+    memcpy(out, text, strlen(text) + 1);
+}
+
+void writeUnits(unsigned char* out, const wchar_t* text) {
+    size_t bytes = krInternal::writeUtf16LE(text, wcslen(text), out);
+    out[bytes] = 0;
+    out[bytes + 1] = 0;
+}
+
+// count units into out, which is zero-filled and has room for count + 1 characters (count units
+// never give more characters than that).
+void readUnits(const unsigned char* in, unsigned int count, char* out) {
+    memcpy(out, in, count);
+}
+
+void readUnits(const unsigned char* in, unsigned int count, wchar_t* out) {
+    krInternal::readUtf16LE(in, count, out);
+}
+
+// An operand of a comparison or a concatenation: a raw text (always usable) or a string object.
+template <class C>
+struct Operand {
+    bool ready;
+    const C* text;
+};
+
+}  // namespace
+
+namespace krInternal {
+
+template <class S>
+struct StringKind;
+
+template <>
+struct StringKind<KR_String> {
+    using Char = char;
+    using Other = KR_StringW;
+    static constexpr const char* kAccess = "KR_String: character access";
+};
+
+template <>
+struct StringKind<KR_StringW> {
+    using Char = wchar_t;
+    using Other = KR_String;
+    static constexpr const char* kAccess = "KR_StringW: character access";
+};
+
+// Every member of the two string classes forwards here; S is the class, C its character type and
+// D the other width. Operands of the other width are converted to C's first.
+template <class S>
+struct StringBody {
+    using C = typename StringKind<S>::Char;
+    using Other = typename StringKind<S>::Other;
+    using D = typename StringKind<Other>::Char;
+
+    static KR_RET_STATUS init(S& s, const C* text) {
+        s.initialised_ = 1;
+        s.text_ = nullptr;
+        // Arrays default-construct strings by the thousand: keep the empty case free of calls.
+        if (text == nullptr) return KR_RET_TRUE;
+        return copyText(s, text);
+    }
+
+    static KR_RET_STATUS cleanup(S& s) {
+        if (!s.initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+        freeBlock(s.text_);
+        s.text_ = nullptr;
+        s.initialised_ = 0;
+        return KR_RET_TRUE;
+    }
+
+    // Replaces the text by a copy of text (null allowed) in C's width; reports a failure, which
+    // leaves the string null.
+    template <class T>
+    static KR_RET_STATUS copyText(S& s, const T* text) {
+        KR_RET_STATUS st = KR_RET_TRUE;
+        C* copy;
+        if constexpr (std::is_same<T, C>::value) {
+            // Copy first: text may be this string's own text.
+            copy = CharOps<C>::duplicate(text);
+            if (copy == nullptr && text != nullptr) st = KR_RET_ERR_MEM;
+        } else {
+            copy = convertText(text, st);
+        }
+        freeBlock(s.text_);
+        s.text_ = copy;
+        return KRI_FAILED(st) ? KRI_FAIL(st) : KR_RET_TRUE;
+    }
+
+    template <class T>
+    static void construct(S& s, const T* text) {
+        KR_setUserError(0);
+        init(s, nullptr);
+        if (text != nullptr) copyText(s, text);
+    }
+
+    static void construct(S& s, const S& other) {
+        KR_setUserError(0);
+        init(s, nullptr);
+        if (!other.initialised_) {
+            KRI_FAIL(KR_RET_ERR_POBJ);
+            return;
+        }
+        copyText(s, other.text_);
+    }
+
+    static S& assign(S& s, const S& other) {
+        KR_setUserError(0);
+        if (&s == &other) return s;
+        if (!s.initialised_ || !other.initialised_) {
+            KRI_FAIL(KR_RET_ERR_POBJ);
+            return s.initialised_ ? s : nullRef<S>();
+        }
+        copyText(s, other.text_);
+        return s;
+    }
+
+    template <class T>
+    static S& assign(S& s, const T* text) {
+        KR_setUserError(0);
+        if (!s.initialised_) {
+            KRI_FAIL(KR_RET_ERR_POBJ);
+            return nullRef<S>();
+        }
+        copyText(s, text);
+        return s;
+    }
+
+    static KR_RET_STATUS assignPtr(S& s, C* text) {
+        KR_setUserError(0);
+        if (text != s.text_) freeBlock(s.text_);
+        s.text_ = text;
+        return KR_RET_TRUE;
+    }
+
+    static KR_RET_STATUS allocate(S& s, unsigned int length) {
+        KR_setUserError(0);
+        freeBlock(s.text_);
+        s.text_ = allocText<C>(size_t{length} + 1);
+        if (s.text_ == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
+        return KR_RET_TRUE;
+    }
+
+    static unsigned int length(const S& s) {
+        KR_setUserError(0);
+        if (!s.initialised_) return static_cast<unsigned int>(KRI_FAIL(KR_RET_ERR_POBJ));
+        return static_cast<unsigned int>(textLength(s.text_));
+    }
+
+    static C& at(S& s, int index) {
+        KR_setUserError(0);
+        if (!s.initialised_) {
+            KRI_FAIL(KR_RET_ERR_POBJ);
+            return nullRef<C>();
+        }
+        int length = static_cast<int>(textLength(s.text_));
+        if (index < 0 || index >= length) {
+            KRI_MSG(StringKind<S>::kAccess, KR_msg(0, 3), index, 0, length - 1);
+            return nullRef<C>();
+        }
+        return s.text_[index];
+    }
+
+    static Operand<C> operand(const S& other) { return {other.initialised_ != 0, other.text_}; }
+
+    static Operand<D> operand(const Other& other) {
+        return {other.objIsEnabled() != 0, static_cast<const D*>(other)};
+    }
+
+    static Operand<C> operand(const C* text) { return {true, text}; }
+
+    static Operand<D> operand(const D* text) { return {true, text}; }
+
+    // KR_strcmp's answer for the string against value, or kNoOrder when a side is not
+    // initialised.
+    template <class T>
+    static int order(const S& s, const T& value) {
+        auto other = operand(value);
+        if (!s.initialised_ || !other.ready) return kNoOrder;
+        SameWidth<C> same(other.text);
+        return compareSameWidth(s.text_, same.get());
+    }
+
+    template <class T>
+    static S concat(const S& s, const T& value) {
+        S result(s);
+        auto other = operand(value);
+        if (s.initialised_ && other.ready) result += other.text;
+        return result;
+    }
+
+    // text followed by the string.
+    template <class T>
+    static S prepend(const T* text, const S& s) {
+        if (text == nullptr) return s;
+        S result(text);
+        result += s;
+        return result;
+    }
+
+    static S& append(S& s, const S& other) {
+        KR_setUserError(0);
+        if (!s.initialised_) {
+            KRI_FAIL(KR_RET_ERR_POBJ);
+            return s;
+        }
+        if (!other.initialised_) return s;
+        return append(s, other.text_);
+    }
+
+    // On failure the old text stays.
+    template <class T>
+    static S& append(S& s, const T* text) {
+        KR_setUserError(0);
+        if (!s.initialised_) {
+            KRI_FAIL(KR_RET_ERR_POBJ);
+            return s;
+        }
+        SameWidth<C> same(text);
+        if (KRI_FAILED(same.status())) {
+            KRI_FAIL(same.status());
+            return s;
+        }
+        if (same.get() == nullptr) return s;
+        C* joined = concatText(s.text_, textLength(s.text_), same.get(), textLength(same.get()));
+        if (joined == nullptr) {
+            KRI_FAIL(KR_RET_ERR_MEM);
+            return s;
+        }
+        freeBlock(s.text_);
+        s.text_ = joined;
+        return s;
+    }
+
+    static KR_RET_STATUS insert(S& s, unsigned int pos, const S& text) {
+        KR_setUserError(0);
+        if (!s.initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+        if (!text.initialised_) return KR_RET_TRUE;
+        return insert(s, pos, text.text_);
+    }
+
+    template <class T>
+    static KR_RET_STATUS insert(S& s, unsigned int pos, const T* text) {
+        KR_setUserError(0);
+        if (!s.initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+        SameWidth<C> same(text);
+        if (KRI_FAILED(same.status())) return KRI_FAIL(same.status());
+        if (same.get() == nullptr) return KR_RET_TRUE;
+        C* joined = insertText(s.text_, pos, same.get());
+        if (joined == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
+        freeBlock(s.text_);
+        s.text_ = joined;
+        return KR_RET_TRUE;
+    }
+
+    static KR_RET_STATUS pack(S& s, char* buffer, unsigned int& used, KR_STORAGE_TYPE storage) {
+        KR_setUserError(0);
+        used = 0;
+        if (!s.initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+        if (storage != KR_STORAGE_BINARY || buffer == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
+        unsigned int n = packedCount(s.text_);
+        putCount(buffer, n);
+        if (n > 0) writeUnits(reinterpret_cast<unsigned char*>(buffer + 4), s.text_);
+        used = 4 + unitBytes(C()) * n;
+        return KR_RET_TRUE;
+    }
+
+    static unsigned int packedSize(const S& s, KR_STORAGE_TYPE storage) {
+        KR_setUserError(0);
+        if (!s.initialised_) {
+            KRI_FAIL(KR_RET_ERR_POBJ);
+            return 0;
+        }
+        if (storage != KR_STORAGE_BINARY) {
+            KRI_FAIL(KR_RET_ERR_ARG);
+            return 0;
+        }
+        return 4 + unitBytes(C()) * packedCount(s.text_);
+    }
+
+    static KR_RET_STATUS unpack(S& s, char* buffer, unsigned int& used, KR_STORAGE_TYPE storage) {
+        KR_setUserError(0);
+        used = 0;
+        if (!s.initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+        if (storage != KR_STORAGE_BINARY || buffer == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
+        unsigned int n = getCount(buffer);
+        freeBlock(s.text_);
+        s.text_ = nullptr;
+        if (n > 0) {
+            // The stored terminator is not trusted: the copy ends after n - 1 units.
+            s.text_ = allocText<C>(n);
+            if (s.text_ == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
+            readUnits(reinterpret_cast<const unsigned char*>(buffer + 4), n - 1, s.text_);
+        }
+        used = 4 + unitBytes(C()) * n;
+        return KR_RET_TRUE;
+    }
+
+    static KR_RET_STATUS persist(S& s, KR_FileAscii& file) {
+        KR_setUserError(0);
+        if (!s.initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+        static constexpr C kEmpty[1] = {0};
+        KR_RET_STATUS st = printEntry(file, s.text_ == nullptr ? kEmpty : s.text_);
+        return KRI_FAILED(st) ? st : KR_RET_TRUE;
+    }
+
+    static KR_RET_STATUS persist(S& s, KR_FileBinary& file, unsigned int& written) {
+        KR_setUserError(0);
+        written = 0;
+        if (!s.initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+        KR_RET_STATUS st =
+                file.persistVal(static_cast<const C*>(s.text_), KR_STORAGE_BINARY, written);
+        return KRI_FAILED(st) ? st : KR_RET_TRUE;
+    }
+
+    static KR_RET_STATUS restore(S& s, KR_FileAscii& file) {
+        KR_setUserError(0);
+        if (!s.initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+        copyText(s, static_cast<const C*>(nullptr));
+        return readEntry(s, file);
+    }
+
+    static KR_RET_STATUS restore(S& s, KR_FileBinary& file, unsigned int& read) {
+        KR_setUserError(0);
+        read = 0;
+        if (!s.initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+        C* text = nullptr;
+        KR_RET_STATUS st = file.restoreVal(text, KR_STORAGE_BINARY, read);
+        if (KRI_FAILED(st)) return st;
+        assignPtr(s, text);
+        return KR_RET_TRUE;
+    }
+
+    static KR_OStream& print(KR_OStream& stream, const S& s) {
+        if (!s.initialised_) return stream;
+        static constexpr C kEmpty[1] = {0};
+        return stream << (s.text_ == nullptr ? kEmpty : static_cast<const C*>(s.text_));
+    }
+};
+
+}  // namespace krInternal
+
+namespace {
+
+using NarrowBody = krInternal::StringBody<KR_String>;
+using WideBody = krInternal::StringBody<KR_StringW>;
+
+}  // namespace
+
 // --- KR_String ---
 
 KR_String::KR_String() {
@@ -252,24 +635,15 @@ KR_String::KR_String() {
 }
 
 KR_String::KR_String(const char* text) {
-    KR_setUserError(0);
-    initDataMembers(text);
+    NarrowBody::construct(*this, text);
 }
 
 KR_String::KR_String(const wchar_t* text) {
-    KR_setUserError(0);
-    initDataMembers(nullptr);
-    copyFromWide(text);
+    NarrowBody::construct(*this, text);
 }
 
 KR_String::KR_String(const KR_String& other) : KR_Persistable(other) {
-    KR_setUserError(0);
-    initDataMembers(nullptr);
-    if (!other.initialised_) {
-        KRI_FAIL(KR_RET_ERR_POBJ);
-        return;
-    }
-    copyFrom(other.text_);
+    NarrowBody::construct(*this, other);
 }
 
 KR_String::~KR_String() {
@@ -277,102 +651,63 @@ KR_String::~KR_String() {
 }
 
 KR_String& KR_String::operator=(const KR_String& other) {
-    KR_setUserError(0);
-    if (this == &other) return *this;
-    if (!initialised_ || !other.initialised_) {
-        KRI_FAIL(KR_RET_ERR_POBJ);
-        return initialised_ ? *this : krInternal::nullRef<KR_String>();
-    }
-    copyFrom(other.text_);
-    return *this;
+    return NarrowBody::assign(*this, other);
 }
 
 KR_String& KR_String::operator=(const char* text) {
-    KR_setUserError(0);
-    if (!initialised_) {
-        KRI_FAIL(KR_RET_ERR_POBJ);
-        return krInternal::nullRef<KR_String>();
-    }
-    copyFrom(text);
-    return *this;
+    return NarrowBody::assign(*this, text);
 }
 
 KR_String& KR_String::operator=(const wchar_t* text) {
-    KR_setUserError(0);
-    if (!initialised_) {
-        KRI_FAIL(KR_RET_ERR_POBJ);
-        return krInternal::nullRef<KR_String>();
-    }
-    copyFromWide(text);
-    return *this;
+    return NarrowBody::assign(*this, text);
 }
 
 KR_RET_STATUS KR_String::assignPtr(char* text) {
-    KR_setUserError(0);
-    if (text != text_) krInternal::freeBlock(text_);
-    text_ = text;
-    return KR_RET_TRUE;
+    return NarrowBody::assignPtr(*this, text);
 }
 
 KR_RET_STATUS KR_String::allocate(unsigned int length) {
-    KR_setUserError(0);
-    krInternal::freeBlock(text_);
-    text_ = allocText<char>(size_t{length} + 1);
-    if (text_ == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
-    return KR_RET_TRUE;
+    return NarrowBody::allocate(*this, length);
 }
 
 unsigned int KR_String::strLeng() const {
-    KR_setUserError(0);
-    if (!initialised_) return static_cast<unsigned int>(KRI_FAIL(KR_RET_ERR_POBJ));
-    return static_cast<unsigned int>(textLength(text_));
+    return NarrowBody::length(*this);
 }
 
 char& KR_String::operator[](int index) {
-    KR_setUserError(0);
-    if (!initialised_) {
-        KRI_FAIL(KR_RET_ERR_POBJ);
-        return krInternal::nullRef<char>();
-    }
-    int length = static_cast<int>(textLength(text_));
-    if (index < 0 || index >= length) {
-        KRI_MSG("KR_String: character access", KR_msg(0, 3), index, 0, length - 1);
-        return krInternal::nullRef<char>();
-    }
-    return text_[index];
+    return NarrowBody::at(*this, index);
 }
 
 bool KR_String::operator<(const KR_String& other) const {
-    return orderOf(initialised_ && other.initialised_, text_, other.text_) == -1;
+    return NarrowBody::order(*this, other) == -1;
 }
 
 bool KR_String::operator<(const char* text) const {
-    return orderOf(initialised_, text_, text) == -1;
+    return NarrowBody::order(*this, text) == -1;
 }
 
 bool KR_String::operator<(const wchar_t* text) const {
-    return orderOf(initialised_, text_, text) == -1;
+    return NarrowBody::order(*this, text) == -1;
 }
 
 bool KR_String::operator<(const KR_StringW& other) const {
-    return other.objIsEnabled() && *this < static_cast<const wchar_t*>(other);
+    return NarrowBody::order(*this, other) == -1;
 }
 
 bool KR_String::operator==(const KR_String& other) const {
-    if (initialised_ && this == &other) return true;
-    return orderOf(initialised_ && other.initialised_, text_, other.text_) == 0;
+    return NarrowBody::order(*this, other) == 0;
 }
 
 bool KR_String::operator==(const char* text) const {
-    return orderOf(initialised_, text_, text) == 0;
+    return NarrowBody::order(*this, text) == 0;
 }
 
 bool KR_String::operator==(const wchar_t* text) const {
-    return orderOf(initialised_, text_, text) == 0;
+    return NarrowBody::order(*this, text) == 0;
 }
 
 bool KR_String::operator==(const KR_StringW& other) const {
-    return other.objIsEnabled() && *this == static_cast<const wchar_t*>(other);
+    return NarrowBody::order(*this, other) == 0;
 }
 
 bool KR_String::operator!=(const KR_String& other) const {
@@ -392,228 +727,101 @@ bool KR_String::operator!=(const KR_StringW& other) const {
 }
 
 bool KR_String::operator>(const KR_String& other) const {
-    return orderOf(initialised_ && other.initialised_, text_, other.text_) == 1;
+    return NarrowBody::order(*this, other) == 1;
 }
 
 bool KR_String::operator>(const char* text) const {
-    return orderOf(initialised_, text_, text) == 1;
+    return NarrowBody::order(*this, text) == 1;
 }
 
 bool KR_String::operator>(const wchar_t* text) const {
-    return orderOf(initialised_, text_, text) == 1;
+    return NarrowBody::order(*this, text) == 1;
 }
 
 bool KR_String::operator>(const KR_StringW& other) const {
-    return other.objIsEnabled() && *this > static_cast<const wchar_t*>(other);
+    return NarrowBody::order(*this, other) == 1;
 }
 
 KR_String KR_String::operator+(const KR_String& other) const {
-    KR_String result(*this);
-    if (initialised_ && other.initialised_) result += other;
-    return result;
+    return NarrowBody::concat(*this, other);
 }
 
 KR_String KR_String::operator+(const char* text) const {
-    KR_String result(*this);
-    if (initialised_) result += text;
-    return result;
+    return NarrowBody::concat(*this, text);
 }
 
 KR_String KR_String::operator+(const wchar_t* text) const {
-    KR_String result(*this);
-    if (initialised_) result += text;
-    return result;
+    return NarrowBody::concat(*this, text);
 }
 
 KR_String KR_String::operator+(const KR_StringW& other) const {
-    KR_String result(*this);
-    if (initialised_ && other.objIsEnabled()) result += static_cast<const wchar_t*>(other);
-    return result;
+    return NarrowBody::concat(*this, other);
 }
 
 KR_String& KR_String::operator+=(const KR_String& other) {
-    KR_setUserError(0);
-    if (!initialised_) {
-        KRI_FAIL(KR_RET_ERR_POBJ);
-        return *this;
-    }
-    if (!other.initialised_) return *this;
-    return *this += other.text_;
+    return NarrowBody::append(*this, other);
 }
 
 KR_String& KR_String::operator+=(const char* text) {
-    KR_setUserError(0);
-    if (!initialised_) {
-        KRI_FAIL(KR_RET_ERR_POBJ);
-        return *this;
-    }
-    if (text == nullptr) return *this;
-    char* joined = krInternal::concatText(text_, textLength(text_), text, strlen(text));
-    if (joined == nullptr) {
-        KRI_FAIL(KR_RET_ERR_MEM);
-        return *this;
-    }
-    krInternal::freeBlock(text_);
-    text_ = joined;
-    return *this;
+    return NarrowBody::append(*this, text);
 }
 
 KR_String& KR_String::operator+=(const wchar_t* text) {
-    KR_setUserError(0);
-    if (!initialised_) {
-        KRI_FAIL(KR_RET_ERR_POBJ);
-        return *this;
-    }
-    SameWidth<char> narrow(text);
-    if (KRI_FAILED(narrow.status())) {
-        KRI_FAIL(narrow.status());
-        return *this;
-    }
-    return *this += narrow.get();
+    return NarrowBody::append(*this, text);
 }
 
 KR_RET_STATUS KR_String::strIns(unsigned int pos, const char* text) {
-    KR_setUserError(0);
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    if (text == nullptr) return KR_RET_TRUE;
-    char* joined = insertText(text_, pos, text);
-    if (joined == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
-    krInternal::freeBlock(text_);
-    text_ = joined;
-    return KR_RET_TRUE;
+    return NarrowBody::insert(*this, pos, text);
 }
 
 KR_RET_STATUS KR_String::strIns(unsigned int pos, const wchar_t* text) {
-    KR_setUserError(0);
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    SameWidth<char> narrow(text);
-    if (KRI_FAILED(narrow.status())) return KRI_FAIL(narrow.status());
-    return strIns(pos, narrow.get());
+    return NarrowBody::insert(*this, pos, text);
 }
 
 KR_RET_STATUS KR_String::strIns(unsigned int pos, const KR_String& text) {
-    KR_setUserError(0);
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    if (!text.initialised_) return KR_RET_TRUE;
-    return strIns(pos, text.text_);
+    return NarrowBody::insert(*this, pos, text);
 }
 
 KR_RET_STATUS KR_String::pack(KR_Version&,
                               char* buffer,
                               unsigned int& used,
                               KR_STORAGE_TYPE storage) {
-    KR_setUserError(0);
-    used = 0;
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    if (storage != KR_STORAGE_BINARY || buffer == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
-    unsigned int n = text_ == nullptr ? 0 : static_cast<unsigned int>(strlen(text_)) + 1;
-    putCount(buffer, n);
-    if (n > 0) memcpy(buffer + 4, text_, n);
-    used = 4 + n;
-    return KR_RET_TRUE;
+    return NarrowBody::pack(*this, buffer, used, storage);
 }
 
 unsigned int KR_String::getPackedSize(KR_Version&, KR_STORAGE_TYPE storage) {
-    KR_setUserError(0);
-    if (!initialised_) {
-        KRI_FAIL(KR_RET_ERR_POBJ);
-        return 0;
-    }
-    if (storage != KR_STORAGE_BINARY) {
-        KRI_FAIL(KR_RET_ERR_ARG);
-        return 0;
-    }
-    return text_ == nullptr ? 4 : 4 + static_cast<unsigned int>(strlen(text_)) + 1;
+    return NarrowBody::packedSize(*this, storage);
 }
 
 KR_RET_STATUS KR_String::unpack(KR_Version&,
                                 char* buffer,
                                 unsigned int& used,
                                 KR_STORAGE_TYPE storage) {
-    KR_setUserError(0);
-    used = 0;
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    if (storage != KR_STORAGE_BINARY || buffer == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
-    unsigned int n = getCount(buffer);
-    krInternal::freeBlock(text_);
-    text_ = nullptr;
-    if (n > 0) {
-        // The stored terminator is not trusted: the copy ends after n - 1 characters.
-        text_ = allocText<char>(n);
-        if (text_ == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
-        memcpy(text_, buffer + 4, n - 1);
-    }
-    used = 4 + n;
-    return KR_RET_TRUE;
+    return NarrowBody::unpack(*this, buffer, used, storage);
 }
 
 KR_RET_STATUS KR_String::persist(KR_Version&, KR_FileAscii& file) {
-    KR_setUserError(0);
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    KR_RET_STATUS st = file.print("<STRING>%s</STRING>\n", text_ == nullptr ? "" : text_);
-    if (KRI_FAILED(st)) return st;
-    return KR_RET_TRUE;
+    return NarrowBody::persist(*this, file);
 }
 
 KR_RET_STATUS KR_String::persist(KR_Version&, KR_FileBinary& file, unsigned int& written) {
-    KR_setUserError(0);
-    written = 0;
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    KR_RET_STATUS st = file.persistVal(static_cast<const char*>(text_), KR_STORAGE_BINARY, written);
-    if (KRI_FAILED(st)) return st;
-    return KR_RET_TRUE;
+    return NarrowBody::persist(*this, file, written);
 }
 
 KR_RET_STATUS KR_String::restore(KR_Version&, KR_FileAscii& file) {
-    KR_setUserError(0);
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    copyFrom(nullptr);
-    return KR_xmlReadTagEntry(*this, file, "<STRING>", "</STRING>");
+    return NarrowBody::restore(*this, file);
 }
 
 KR_RET_STATUS KR_String::restore(KR_Version&, KR_FileBinary& file, unsigned int& read) {
-    KR_setUserError(0);
-    read = 0;
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    char* text = nullptr;
-    KR_RET_STATUS st = file.restoreVal(text, KR_STORAGE_BINARY, read);
-    if (KRI_FAILED(st)) return st;
-    assignPtr(text);
-    return KR_RET_TRUE;
+    return NarrowBody::restore(*this, file, read);
 }
 
 KR_RET_STATUS KR_String::initDataMembers(const char* text) {
-    initialised_ = 1;
-    text_ = nullptr;
-    // Arrays default-construct strings by the thousand: keep the empty case free of calls.
-    if (text == nullptr) return KR_RET_TRUE;
-    return copyFrom(text);
+    return NarrowBody::init(*this, text);
 }
 
 KR_RET_STATUS KR_String::cleanupDataMembers() {
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    krInternal::freeBlock(text_);
-    text_ = nullptr;
-    initialised_ = 0;
-    return KR_RET_TRUE;
-}
-
-KR_RET_STATUS KR_String::copyFrom(const char* text) {
-    // Copy first: text may be this string's own text.
-    char* copy = krInternal::dupText(text);
-    krInternal::freeBlock(text_);
-    text_ = copy;
-    if (copy == nullptr && text != nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
-    return KR_RET_TRUE;
-}
-
-KR_RET_STATUS KR_String::copyFromWide(const wchar_t* text) {
-    KR_RET_STATUS st;
-    char* copy = krInternal::toNarrow(text, st);
-    krInternal::freeBlock(text_);
-    text_ = copy;
-    if (KRI_FAILED(st)) return KRI_FAIL(st);
-    return KR_RET_TRUE;
+    return NarrowBody::cleanup(*this);
 }
 
 // --- KR_StringW ---
@@ -623,24 +831,15 @@ KR_StringW::KR_StringW() {
 }
 
 KR_StringW::KR_StringW(const wchar_t* text) {
-    KR_setUserError(0);
-    initDataMembers(text);
+    WideBody::construct(*this, text);
 }
 
 KR_StringW::KR_StringW(const char* text) {
-    KR_setUserError(0);
-    initDataMembers(nullptr);
-    copyFromNarrow(text);
+    WideBody::construct(*this, text);
 }
 
 KR_StringW::KR_StringW(const KR_StringW& other) : KR_Persistable(other) {
-    KR_setUserError(0);
-    initDataMembers(nullptr);
-    if (!other.initialised_) {
-        KRI_FAIL(KR_RET_ERR_POBJ);
-        return;
-    }
-    copyFrom(other.text_);
+    WideBody::construct(*this, other);
 }
 
 KR_StringW::~KR_StringW() {
@@ -648,102 +847,63 @@ KR_StringW::~KR_StringW() {
 }
 
 KR_StringW& KR_StringW::operator=(const KR_StringW& other) {
-    KR_setUserError(0);
-    if (this == &other) return *this;
-    if (!initialised_ || !other.initialised_) {
-        KRI_FAIL(KR_RET_ERR_POBJ);
-        return initialised_ ? *this : krInternal::nullRef<KR_StringW>();
-    }
-    copyFrom(other.text_);
-    return *this;
+    return WideBody::assign(*this, other);
 }
 
 KR_StringW& KR_StringW::operator=(const wchar_t* text) {
-    KR_setUserError(0);
-    if (!initialised_) {
-        KRI_FAIL(KR_RET_ERR_POBJ);
-        return krInternal::nullRef<KR_StringW>();
-    }
-    copyFrom(text);
-    return *this;
+    return WideBody::assign(*this, text);
 }
 
 KR_StringW& KR_StringW::operator=(const char* text) {
-    KR_setUserError(0);
-    if (!initialised_) {
-        KRI_FAIL(KR_RET_ERR_POBJ);
-        return krInternal::nullRef<KR_StringW>();
-    }
-    copyFromNarrow(text);
-    return *this;
+    return WideBody::assign(*this, text);
 }
 
 KR_RET_STATUS KR_StringW::assignPtr(wchar_t* text) {
-    KR_setUserError(0);
-    if (text != text_) krInternal::freeBlock(text_);
-    text_ = text;
-    return KR_RET_TRUE;
+    return WideBody::assignPtr(*this, text);
 }
 
 KR_RET_STATUS KR_StringW::allocate(unsigned int length) {
-    KR_setUserError(0);
-    krInternal::freeBlock(text_);
-    text_ = allocText<wchar_t>(size_t{length} + 1);
-    if (text_ == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
-    return KR_RET_TRUE;
+    return WideBody::allocate(*this, length);
 }
 
 unsigned int KR_StringW::strLeng() const {
-    KR_setUserError(0);
-    if (!initialised_) return static_cast<unsigned int>(KRI_FAIL(KR_RET_ERR_POBJ));
-    return static_cast<unsigned int>(textLength(text_));
+    return WideBody::length(*this);
 }
 
 wchar_t& KR_StringW::operator[](int index) {
-    KR_setUserError(0);
-    if (!initialised_) {
-        KRI_FAIL(KR_RET_ERR_POBJ);
-        return krInternal::nullRef<wchar_t>();
-    }
-    int length = static_cast<int>(textLength(text_));
-    if (index < 0 || index >= length) {
-        KRI_MSG("KR_StringW: character access", KR_msg(0, 3), index, 0, length - 1);
-        return krInternal::nullRef<wchar_t>();
-    }
-    return text_[index];
+    return WideBody::at(*this, index);
 }
 
 bool KR_StringW::operator<(const KR_StringW& other) const {
-    return orderOf(initialised_ && other.initialised_, text_, other.text_) == -1;
+    return WideBody::order(*this, other) == -1;
 }
 
 bool KR_StringW::operator<(const wchar_t* text) const {
-    return orderOf(initialised_, text_, text) == -1;
+    return WideBody::order(*this, text) == -1;
 }
 
 bool KR_StringW::operator<(const char* text) const {
-    return orderOf(initialised_, text_, text) == -1;
+    return WideBody::order(*this, text) == -1;
 }
 
 bool KR_StringW::operator<(const KR_String& other) const {
-    return other.objIsEnabled() && *this < static_cast<const char*>(other);
+    return WideBody::order(*this, other) == -1;
 }
 
 bool KR_StringW::operator==(const KR_StringW& other) const {
-    if (initialised_ && this == &other) return true;
-    return orderOf(initialised_ && other.initialised_, text_, other.text_) == 0;
+    return WideBody::order(*this, other) == 0;
 }
 
 bool KR_StringW::operator==(const wchar_t* text) const {
-    return orderOf(initialised_, text_, text) == 0;
+    return WideBody::order(*this, text) == 0;
 }
 
 bool KR_StringW::operator==(const char* text) const {
-    return orderOf(initialised_, text_, text) == 0;
+    return WideBody::order(*this, text) == 0;
 }
 
 bool KR_StringW::operator==(const KR_String& other) const {
-    return other.objIsEnabled() && *this == static_cast<const char*>(other);
+    return WideBody::order(*this, other) == 0;
 }
 
 bool KR_StringW::operator!=(const KR_StringW& other) const {
@@ -763,240 +923,101 @@ bool KR_StringW::operator!=(const KR_String& other) const {
 }
 
 bool KR_StringW::operator>(const KR_StringW& other) const {
-    return orderOf(initialised_ && other.initialised_, text_, other.text_) == 1;
+    return WideBody::order(*this, other) == 1;
 }
 
 bool KR_StringW::operator>(const wchar_t* text) const {
-    return orderOf(initialised_, text_, text) == 1;
+    return WideBody::order(*this, text) == 1;
 }
 
 bool KR_StringW::operator>(const char* text) const {
-    return orderOf(initialised_, text_, text) == 1;
+    return WideBody::order(*this, text) == 1;
 }
 
 bool KR_StringW::operator>(const KR_String& other) const {
-    return other.objIsEnabled() && *this > static_cast<const char*>(other);
+    return WideBody::order(*this, other) == 1;
 }
 
 KR_StringW KR_StringW::operator+(const KR_StringW& other) const {
-    KR_StringW result(*this);
-    if (initialised_ && other.initialised_) result += other;
-    return result;
+    return WideBody::concat(*this, other);
 }
 
 KR_StringW KR_StringW::operator+(const wchar_t* text) const {
-    KR_StringW result(*this);
-    if (initialised_) result += text;
-    return result;
+    return WideBody::concat(*this, text);
 }
 
 KR_StringW KR_StringW::operator+(const char* text) const {
-    KR_StringW result(*this);
-    if (initialised_) result += text;
-    return result;
+    return WideBody::concat(*this, text);
 }
 
 KR_StringW KR_StringW::operator+(const KR_String& other) const {
-    KR_StringW result(*this);
-    if (initialised_ && other.objIsEnabled()) result += static_cast<const char*>(other);
-    return result;
+    return WideBody::concat(*this, other);
 }
 
 KR_StringW& KR_StringW::operator+=(const KR_StringW& other) {
-    KR_setUserError(0);
-    if (!initialised_) {
-        KRI_FAIL(KR_RET_ERR_POBJ);
-        return *this;
-    }
-    if (!other.initialised_) return *this;
-    return *this += other.text_;
+    return WideBody::append(*this, other);
 }
 
 KR_StringW& KR_StringW::operator+=(const wchar_t* text) {
-    KR_setUserError(0);
-    if (!initialised_) {
-        KRI_FAIL(KR_RET_ERR_POBJ);
-        return *this;
-    }
-    if (text == nullptr) return *this;
-    wchar_t* joined = krInternal::concatText(text_, textLength(text_), text, wcslen(text));
-    if (joined == nullptr) {
-        KRI_FAIL(KR_RET_ERR_MEM);
-        return *this;
-    }
-    krInternal::freeBlock(text_);
-    text_ = joined;
-    return *this;
+    return WideBody::append(*this, text);
 }
 
 KR_StringW& KR_StringW::operator+=(const char* text) {
-    KR_setUserError(0);
-    if (!initialised_) {
-        KRI_FAIL(KR_RET_ERR_POBJ);
-        return *this;
-    }
-    SameWidth<wchar_t> wide(text);
-    if (KRI_FAILED(wide.status())) {
-        KRI_FAIL(wide.status());
-        return *this;
-    }
-    return *this += wide.get();
+    return WideBody::append(*this, text);
 }
 
 KR_RET_STATUS KR_StringW::strIns(unsigned int pos, const wchar_t* text) {
-    KR_setUserError(0);
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    if (text == nullptr) return KR_RET_TRUE;
-    wchar_t* joined = insertText(text_, pos, text);
-    if (joined == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
-    krInternal::freeBlock(text_);
-    text_ = joined;
-    return KR_RET_TRUE;
+    return WideBody::insert(*this, pos, text);
 }
 
 KR_RET_STATUS KR_StringW::strIns(unsigned int pos, const char* text) {
-    KR_setUserError(0);
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    SameWidth<wchar_t> wide(text);
-    if (KRI_FAILED(wide.status())) return KRI_FAIL(wide.status());
-    return strIns(pos, wide.get());
+    return WideBody::insert(*this, pos, text);
 }
 
 KR_RET_STATUS KR_StringW::strIns(unsigned int pos, const KR_StringW& text) {
-    KR_setUserError(0);
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    if (!text.initialised_) return KR_RET_TRUE;
-    return strIns(pos, text.text_);
+    return WideBody::insert(*this, pos, text);
 }
 
 KR_RET_STATUS KR_StringW::pack(KR_Version&,
                                char* buffer,
                                unsigned int& used,
                                KR_STORAGE_TYPE storage) {
-    KR_setUserError(0);
-    used = 0;
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    if (storage != KR_STORAGE_BINARY || buffer == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
-    if (text_ == nullptr) {
-        putCount(buffer, 0);
-        used = 4;
-        return KR_RET_TRUE;
-    }
-    // Count and units are UTF-16 whatever the width of wchar_t; the terminator is one unit.
-    size_t length = wcslen(text_);
-    unsigned int n = static_cast<unsigned int>(krInternal::utf16Length(text_, length)) + 1;
-    putCount(buffer, n);
-    unsigned char* units = reinterpret_cast<unsigned char*>(buffer + 4);
-    size_t bytes = krInternal::writeUtf16LE(text_, length, units);
-    units[bytes] = 0;
-    units[bytes + 1] = 0;
-    used = 4 + 2 * n;
-    return KR_RET_TRUE;
+    return WideBody::pack(*this, buffer, used, storage);
 }
 
 unsigned int KR_StringW::getPackedSize(KR_Version&, KR_STORAGE_TYPE storage) {
-    KR_setUserError(0);
-    if (!initialised_) {
-        KRI_FAIL(KR_RET_ERR_POBJ);
-        return 0;
-    }
-    if (storage != KR_STORAGE_BINARY) {
-        KRI_FAIL(KR_RET_ERR_ARG);
-        return 0;
-    }
-    if (text_ == nullptr) return 4;
-    return 4 + 2 * (static_cast<unsigned int>(krInternal::utf16Length(text_, wcslen(text_))) + 1);
+    return WideBody::packedSize(*this, storage);
 }
 
 KR_RET_STATUS KR_StringW::unpack(KR_Version&,
                                  char* buffer,
                                  unsigned int& used,
                                  KR_STORAGE_TYPE storage) {
-    KR_setUserError(0);
-    used = 0;
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    if (storage != KR_STORAGE_BINARY || buffer == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
-    unsigned int n = getCount(buffer);
-    krInternal::freeBlock(text_);
-    text_ = nullptr;
-    if (n > 0) {
-        // n - 1 units never give more than n - 1 characters; the stored terminator is not read.
-        text_ = allocText<wchar_t>(n);
-        if (text_ == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
-        krInternal::readUtf16LE(reinterpret_cast<const unsigned char*>(buffer + 4), n - 1, text_);
-    }
-    used = 4 + 2 * n;
-    return KR_RET_TRUE;
+    return WideBody::unpack(*this, buffer, used, storage);
 }
 
 KR_RET_STATUS KR_StringW::persist(KR_Version&, KR_FileAscii& file) {
-    KR_setUserError(0);
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    KR_RET_STATUS st = file.printW(L"<STRINGW>%ls</STRINGW>\n", text_ == nullptr ? L"" : text_);
-    if (KRI_FAILED(st)) return st;
-    return KR_RET_TRUE;
+    return WideBody::persist(*this, file);
 }
 
 KR_RET_STATUS KR_StringW::persist(KR_Version&, KR_FileBinary& file, unsigned int& written) {
-    KR_setUserError(0);
-    written = 0;
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    KR_RET_STATUS st =
-            file.persistVal(static_cast<const wchar_t*>(text_), KR_STORAGE_BINARY, written);
-    if (KRI_FAILED(st)) return st;
-    return KR_RET_TRUE;
+    return WideBody::persist(*this, file, written);
 }
 
 KR_RET_STATUS KR_StringW::restore(KR_Version&, KR_FileAscii& file) {
-    KR_setUserError(0);
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    copyFrom(nullptr);
-    // The narrow tags, not the "<STRINGW>" that persist writes: kept so, see the class comment.
-    return KR_xmlReadTagEntryW(*this, file, "<STRING>", "</STRING>");
+    return WideBody::restore(*this, file);
 }
 
 KR_RET_STATUS KR_StringW::restore(KR_Version&, KR_FileBinary& file, unsigned int& read) {
-    KR_setUserError(0);
-    read = 0;
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    wchar_t* text = nullptr;
-    KR_RET_STATUS st = file.restoreVal(text, KR_STORAGE_BINARY, read);
-    if (KRI_FAILED(st)) return st;
-    assignPtr(text);
-    return KR_RET_TRUE;
+    return WideBody::restore(*this, file, read);
 }
 
 KR_RET_STATUS KR_StringW::initDataMembers(const wchar_t* text) {
-    initialised_ = 1;
-    text_ = nullptr;
-    // Arrays default-construct strings by the thousand: keep the empty case free of calls.
-    if (text == nullptr) return KR_RET_TRUE;
-    return copyFrom(text);
+    return WideBody::init(*this, text);
 }
 
 KR_RET_STATUS KR_StringW::cleanupDataMembers() {
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    krInternal::freeBlock(text_);
-    text_ = nullptr;
-    initialised_ = 0;
-    return KR_RET_TRUE;
-}
-
-KR_RET_STATUS KR_StringW::copyFrom(const wchar_t* text) {
-    wchar_t* copy = krInternal::dupTextW(text);
-    krInternal::freeBlock(text_);
-    text_ = copy;
-    if (copy == nullptr && text != nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
-    return KR_RET_TRUE;
-}
-
-KR_RET_STATUS KR_StringW::copyFromNarrow(const char* text) {
-    KR_RET_STATUS st;
-    wchar_t* copy = krInternal::toWide(text, st);
-    krInternal::freeBlock(text_);
-    text_ = copy;
-    if (KRI_FAILED(st)) return KRI_FAIL(st);
-    return KR_RET_TRUE;
+    return WideBody::cleanup(*this);
 }
 
 // --- Free operators ---
@@ -1066,43 +1087,27 @@ bool operator>(const char* text, const KR_StringW& string) {
 }
 
 KR_String operator+(const char* text, const KR_String& string) {
-    if (text == nullptr) return string;
-    KR_String result(text);
-    result += string;
-    return result;
+    return NarrowBody::prepend(text, string);
 }
 
 KR_String operator+(const wchar_t* text, const KR_String& string) {
-    if (text == nullptr) return string;
-    KR_String result(text);
-    result += string;
-    return result;
+    return NarrowBody::prepend(text, string);
 }
 
 KR_StringW operator+(const wchar_t* text, const KR_StringW& string) {
-    if (text == nullptr) return string;
-    KR_StringW result(text);
-    result += string;
-    return result;
+    return WideBody::prepend(text, string);
 }
 
 KR_StringW operator+(const char* text, const KR_StringW& string) {
-    if (text == nullptr) return string;
-    KR_StringW result(text);
-    result += string;
-    return result;
+    return WideBody::prepend(text, string);
 }
 
 KR_OStream& operator<<(KR_OStream& stream, const KR_String& string) {
-    if (!string.objIsEnabled()) return stream;
-    const char* text = string;
-    return stream << (text == nullptr ? "" : text);
+    return NarrowBody::print(stream, string);
 }
 
 KR_OStream& operator<<(KR_OStream& stream, const KR_StringW& string) {
-    if (!string.objIsEnabled()) return stream;
-    const wchar_t* text = string;
-    return stream << (text == nullptr ? L"" : text);
+    return WideBody::print(stream, string);
 }
 
 // --- KR_StringArr ---

@@ -17,6 +17,7 @@
 
 namespace {
 
+using krInternal::allocText;
 using krInternal::CharOps;
 using krInternal::SearchTexts;
 using krInternal::UnsignedChar;
@@ -337,52 +338,58 @@ C* duplicate(const C* text) {
     return copy;
 }
 
+// The C library's conversion into To's width, picked by the argument types.
+size_t convertInto(wchar_t* out, const char** source, size_t count, mbstate_t* state) {
+    return mbsrtowcs(out, source, count, state);
+}
+
+size_t convertInto(char* out, const wchar_t** source, size_t count, mbstate_t* state) {
+    return wcsrtombs(out, source, count, state);
+}
+
+// text in To's width: measured first, then converted into a block of the exact size.
+template <class To, class From>
+To* convertWidth(const From* text, KR_RET_STATUS& status) {
+    status = KR_RET_TRUE;
+    if (text == nullptr) return nullptr;
+    mbstate_t state;
+    memset(&state, 0, sizeof state);
+    const From* source = text;
+    size_t count = convertInto(static_cast<To*>(nullptr), &source, 0, &state);
+    if (count == static_cast<size_t>(-1) || (count == 0 && *text != 0)) {
+        status = KR_RET_ERR_GEN;
+        return nullptr;
+    }
+    To* result = allocText<To>(count + 1);
+    if (result == nullptr) {
+        status = KR_RET_ERR_MEM;
+        return nullptr;
+    }
+    memset(&state, 0, sizeof state);
+    source = text;
+    convertInto(result, &source, count + 1, &state);
+    return result;
+}
+
+// A conversion whose failure is reported.
+template <class To, class From>
+To* reportedConversion(const From* text) {
+    KR_RET_STATUS status;
+    To* result = convertWidth<To>(text, status);
+    if (KRI_FAILED(status)) KRI_FAIL(status);
+    return result;
+}
+
 }  // namespace
 
 namespace krInternal {
 
 wchar_t* toWide(const char* text, KR_RET_STATUS& status) {
-    status = KR_RET_TRUE;
-    if (text == nullptr) return nullptr;
-    mbstate_t state;
-    memset(&state, 0, sizeof state);
-    const char* source = text;
-    size_t count = mbsrtowcs(nullptr, &source, 0, &state);
-    if (count == static_cast<size_t>(-1) || (count == 0 && *text != 0)) {
-        status = KR_RET_ERR_GEN;
-        return nullptr;
-    }
-    wchar_t* result = allocText<wchar_t>(count + 1);
-    if (result == nullptr) {
-        status = KR_RET_ERR_MEM;
-        return nullptr;
-    }
-    memset(&state, 0, sizeof state);
-    source = text;
-    mbsrtowcs(result, &source, count + 1, &state);
-    return result;
+    return convertWidth<wchar_t>(text, status);
 }
 
 char* toNarrow(const wchar_t* text, KR_RET_STATUS& status) {
-    status = KR_RET_TRUE;
-    if (text == nullptr) return nullptr;
-    mbstate_t state;
-    memset(&state, 0, sizeof state);
-    const wchar_t* source = text;
-    size_t count = wcsrtombs(nullptr, &source, 0, &state);
-    if (count == static_cast<size_t>(-1) || (count == 0 && *text != 0)) {
-        status = KR_RET_ERR_GEN;
-        return nullptr;
-    }
-    char* result = allocText<char>(count + 1);
-    if (result == nullptr) {
-        status = KR_RET_ERR_MEM;
-        return nullptr;
-    }
-    memset(&state, 0, sizeof state);
-    source = text;
-    wcsrtombs(result, &source, count + 1, &state);
-    return result;
+    return convertWidth<char>(text, status);
 }
 
 }  // namespace krInternal
@@ -798,18 +805,12 @@ wchar_t* KR_strdupW(const wchar_t* text) {
 
 wchar_t* KR_strToWStr(const char* text) {
     KR_setUserError(0);
-    KR_RET_STATUS status;
-    wchar_t* result = krInternal::toWide(text, status);
-    if (KRI_FAILED(status)) KRI_FAIL(status);
-    return result;
+    return reportedConversion<wchar_t>(text);
 }
 
 char* KR_wStrToStr(const wchar_t* text) {
     KR_setUserError(0);
-    KR_RET_STATUS status;
-    char* result = krInternal::toNarrow(text, status);
-    if (KRI_FAILED(status)) KRI_FAIL(status);
-    return result;
+    return reportedConversion<char>(text);
 }
 
 // --- Processes ---

@@ -196,6 +196,15 @@ inline C* concatText(const C* a, size_t aLength, const C* b, size_t bLength) {
 wchar_t* toWide(const char* text, KR_RET_STATUS& status);
 char* toNarrow(const wchar_t* text, KR_RET_STATUS& status);
 
+// text in the other width: toWide or toNarrow by the argument's type.
+inline wchar_t* convertText(const char* text, KR_RET_STATUS& status) {
+    return toWide(text, status);
+}
+
+inline char* convertText(const wchar_t* text, KR_RET_STATUS& status) {
+    return toNarrow(text, status);
+}
+
 // The other width's text converted into C's width (or the text itself when it already is), so
 // that mixed-width operations can share one body. status as toWide/toNarrow.
 template <class C>
@@ -205,11 +214,7 @@ public:
 
     template <class D, std::enable_if_t<!std::is_same<C, D>::value, int> = 0>
     explicit SameWidth(const D* text) : text_(nullptr), owned_(nullptr), status_(KR_RET_TRUE) {
-        if constexpr (std::is_same<C, wchar_t>::value) {
-            owned_ = toWide(text, status_);
-        } else {
-            owned_ = toNarrow(text, status_);
-        }
+        owned_ = convertText(text, status_);
         text_ = owned_;
     }
 
