@@ -91,6 +91,38 @@ int main() {
     free(libraryText);
     free(dataText);
 
+    heading("strings and containers");
+    KR_Array<KR_String> words;
+    KR_splitString("undo, redo,  repeat", " ,", words);
+    words.setCurFirst();
+    KR_String* word = nullptr;
+    while (!words.curIsNull() && !KRI_FAILED(words.getCurElem(&word))) {
+        out << "[" << *word << "] ";
+        words.setCurNext();
+    }
+    char* replaced = nullptr;
+    if (KR_strSubstitute(&replaced, "a-b-c", "+", "-", 1) == KR_RET_TRUE) {
+        out << "\n" << replaced << "\n";
+        free(replaced);
+    }
+    std::cout.flush();
+
+    heading("a version through a text file");
+    KR_String path;
+    if (!KRI_FAILED(KR_fileGetTempName(path, nullptr, "krdemo"))) {
+        KR_FileAscii file(static_cast<const char*>(path), KR_FILE_MODE_WRITE);
+        KR_Version format(KR_getKorvaneVersion());
+        KR_Version(1, 2, 0).persist(format, file);
+        file.close();
+        KR_FileAscii in(static_cast<const char*>(path), KR_FILE_MODE_READ);
+        KR_Version back;
+        back.restore(format, in);
+        in.close();
+        printf("wrote 1.2.0, read back %u.%u.%u\n", back.getMajor(), back.getMinor(),
+               back.getPatch());
+        KR_fileRemove(static_cast<const char*>(path));
+    }
+
     KR_registerReporter(KR_defReporter);
     KR_close();
     printf("\nkrcore closed\n");
