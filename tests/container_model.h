@@ -1,12 +1,12 @@
 // container_model.h — oracles shared by the container suites: an element type that owns heap
-// memory and counts its instances, and models of the array and list cursor rules beside
-// std::vector and std::list, to drive the containers with seeded random operation sequences.
+// memory and counts its instances, models of the array and list cursor rules over std::vector,
+// one seeded random driver for both, and the allocation-failure walk every container must pass.
 #ifndef KRCORE_TESTS_CONTAINER_MODEL_H
 #define KRCORE_TESTS_CONTAINER_MODEL_H
 
 #include <algorithm>
-#include <iterator>
-#include <list>
+#include <functional>
+#include <memory>
 #include <random>
 #include <string>
 #include <type_traits>
@@ -50,60 +50,73 @@ inline unsigned int valueOf(const Tracked& t) {
     return static_cast<unsigned int>(*t.value);
 }
 
-// The rules of KR_Array and KR_VCArray over a std::vector: clamping of indices, and a cursor
+// The values of a container's elements in index order (walks a list from its head each time).
+template <class C>
+std::vector<unsigned int> contents(C& c) {
+    std::vector<unsigned int> out;
+    for (unsigned int i = 0; i < c.numElems(); ++i)
+        out.push_back(valueOf(c[i]));
+    return out;
+}
+
+// The cursor index, or 999 for a null cursor.
+template <class C>
+unsigned int cursorIndex(C& c) {
+    unsigned int index = 0;
+    return c.getCurIndex(index) == KR_RET_TRUE ? index : 999;
+}
+
+// Status text of a report through KR_reportStatus, as ReportCapture::located() shows it.
+inline std::string statusReport(const char* unit, const char* text) {
+    return std::string(unit) + ": line N: \n" + text + "\n\n";
+}
+
+// The rules of KR_Array and KR_VCArray: indices past the end clamped to the end, and a cursor
 // that keeps its index across length changes (a null cursor going to element 0).
 struct ArrayModel {
+    static constexpr bool kList = false;
     std::vector<unsigned int> v;
     bool null = true;
     unsigned int idx = 0;
 
     unsigned int n() const { return static_cast<unsigned int>(v.size()); }
 
+    unsigned int pos() const { return idx; }
+
     void place(unsigned int i) {
         null = v.empty();
-        idx = null ? 0 : i;
+        idx = null ? 0 : std::min(i, n() - 1);
     }
 
-    unsigned int kept() const {
-        unsigned int i = null ? 0 : idx;
-        if (n() <= i) i = n() == 0 ? 0 : n() - 1;
-        return i;
-    }
-
-    KR_RET_STATUS insElems(int method, unsigned int index, unsigned int count) {
+    KR_RET_STATUS insElems(unsigned int method, unsigned int index, unsigned int count) {
         if (count == 0) return KR_RET_FALSE;
-        if (v.empty()) {
-            v.assign(count, 0);
-            place(0);
-            return KR_RET_TRUE;
-        }
-        if (index >= n()) {
-            index = n() - 1;
-            method = 1;
-        }
-        unsigned int cursor = null ? 0 : idx;
-        v.insert(v.begin() + (method ? index + 1 : index), count, 0u);
-        place(cursor);
+        unsigned int at = v.empty() ? 0 : index >= n() ? n() : method ? index + 1 : index;
+        v.insert(v.begin() + at, count, 0u);
+        place(null ? 0 : idx);
         return KR_RET_TRUE;
     }
 
     KR_RET_STATUS delElems(unsigned int index, unsigned int count) {
         if (count == 0 || index >= n()) return KR_RET_FALSE;
-        if (count > n() - index) count = n() - index;
-        v.erase(v.begin() + index, v.begin() + index + count);
-        place(kept());
+        v.erase(v.begin() + index, v.begin() + std::min(n(), index + count));
+        place(null ? 0 : idx);
         return KR_RET_TRUE;
     }
 
+    void append(unsigned int x) {
+        insElems(1, n(), 1);
+        v.back() = x;
+    }
+
+    void preappend(unsigned int x) {
+        insElems(0, 0, 1);
+        v.front() = x;
+    }
+
     KR_RET_STATUS setCurIndex(unsigned int i) {
-        if (i >= n()) {
-            null = true;
-            idx = 0;
-            return KR_RET_FALSE;
-        }
-        null = false;
-        idx = i;
-        return KR_RET_TRUE;
+        null = i >= n();
+        idx = null ? 0 : i;
+        return null ? KR_RET_FALSE : KR_RET_TRUE;
     }
 
     KR_RET_STATUS setCurNext() { return null ? KR_RET_FALSE : setCurIndex(idx + 1); }
@@ -116,64 +129,62 @@ struct ArrayModel {
         if (moveNext) setCurNext();
         return KR_RET_TRUE;
     }
+
+    // The first equal element, found by the cursor walk, which leaves a null cursor on a miss.
+    KR_RET_STATUS delElem(unsigned int x) {
+        setCurIndex(static_cast<unsigned int>(std::find(v.begin(), v.end(), x) - v.begin()));
+        return delCurElem(false);
+    }
 };
 
-// The rules of KR_LList over a std::list: refusal of missing indices, the index kept one too
-// high after inserting before the cursor, and KR_RET_TRUE when stepping off either end.
+// The rules of KR_LList: missing indices refused, the index kept one too high after inserting
+// before the cursor, and KR_RET_TRUE when stepping off either end. p is the cursor's position,
+// idx the index the list records for it.
 struct ListModel {
-    std::list<unsigned int> l;
-    std::list<unsigned int>::iterator cur = l.end();
+    static constexpr bool kList = true;
+    std::vector<unsigned int> v;
+    bool null = true;
+    unsigned int p = 0;
     unsigned int idx = 0;
 
-    bool null() const { return cur == l.end(); }
+    unsigned int n() const { return static_cast<unsigned int>(v.size()); }
 
-    size_t pos() { return static_cast<size_t>(std::distance(l.begin(), cur)); }
+    unsigned int pos() const { return p; }
 
     KR_RET_STATUS setCurIndex(unsigned int i) {
-        cur = l.end();
-        if (i >= l.size()) return KR_RET_FALSE;
-        cur = std::next(l.begin(), i);
-        idx = i;
+        null = i >= n();
+        if (null) return KR_RET_FALSE;
+        p = idx = i;
         return KR_RET_TRUE;
     }
 
-    KR_RET_STATUS setCurNext() {
-        if (null()) return KR_RET_FALSE;
-        ++cur;
-        ++idx;
+    KR_RET_STATUS step(bool forward) {
+        if (null) return KR_RET_FALSE;
+        null = forward ? p + 1 == n() : p == 0;
+        p += forward ? 1 : -1;
+        idx += forward ? 1 : -1;
         return KR_RET_TRUE;
     }
 
-    KR_RET_STATUS setCurPrev() {
-        if (null()) return KR_RET_FALSE;
-        if (cur == l.begin()) {
-            cur = l.end();
-        } else {
-            --cur;
-            --idx;
-        }
-        return KR_RET_TRUE;
-    }
+    KR_RET_STATUS setCurNext() { return step(true); }
 
-    KR_RET_STATUS insAtCur(int method, unsigned int x) {
-        if (l.empty()) {
-            l.push_back(x);
+    KR_RET_STATUS setCurPrev() { return step(false); }
+
+    KR_RET_STATUS insAtCur(unsigned int method, unsigned int x) {
+        if (v.empty()) {
+            v.push_back(x);
             return KR_RET_TRUE;
         }
-        if (null()) return KR_RET_ERR_CALL;
-        if (method == 0) {
-            cur = l.insert(cur, x);
-            ++idx;
-        } else {
-            l.insert(std::next(cur), x);
-        }
+        if (null) return KR_RET_ERR_CALL;
+        v.insert(v.begin() + p + (method ? 1 : 0), x);
+        if (!method) ++idx;
         return KR_RET_TRUE;
     }
 
-    KR_RET_STATUS insElems(int method, unsigned int index, unsigned int count) {
+    KR_RET_STATUS insElems(unsigned int method, unsigned int index, unsigned int count) {
         if (count == 0) return KR_RET_FALSE;
-        if (l.empty()) {
-            l.push_back(0);
+        if (v.empty()) {
+            v.push_back(0);
             if (--count == 0) return KR_RET_TRUE;
         }
         if (setCurIndex(index) != KR_RET_TRUE) return KR_RET_FALSE;
@@ -182,161 +193,138 @@ struct ListModel {
         return KR_RET_TRUE;
     }
 
+    void append(unsigned int x) { v.push_back(x); }
+
     void preappend(unsigned int x) {
-        l.push_front(x);
-        if (!null()) ++idx;
+        v.insert(v.begin(), x);
+        if (!null) ++p, ++idx;
     }
 
     KR_RET_STATUS delCurElem(bool moveNext) {
-        if (null()) return KR_RET_FALSE;
-        bool wasFirst = cur == l.begin();
-        bool wasLast = std::next(cur) == l.end();
-        auto after = l.erase(cur);
-        if (wasFirst || !wasLast) {
-            cur = after;
-        } else {
-            cur = std::prev(l.end());
-            --idx;
-        }
-        if (l.empty()) return KR_RET_TRUE;
-        if (moveNext) {
-            if (std::next(cur) == l.end()) {
-                cur = l.end();
-            } else {
-                ++cur;
-                ++idx;
-            }
-        }
+        if (null) return KR_RET_FALSE;
+        bool wasTail = p + 1 == n() && p > 0;
+        v.erase(v.begin() + p);
+        if (wasTail) --p, --idx;
+        null = v.empty();
+        if (!null && moveNext) step(true);
         return KR_RET_TRUE;
     }
 
     KR_RET_STATUS delElems(unsigned int index, unsigned int count) {
         if (setCurIndex(index) != KR_RET_TRUE) return KR_RET_FALSE;
-        for (unsigned int k = 0; k < count && !null(); ++k) {
-            delCurElem(std::next(cur) == l.end());
-        }
+        for (unsigned int k = 0; k < count && !null; ++k)
+            delCurElem(p + 1 == n());
         return KR_RET_TRUE;
     }
 
+    // Unlinks the first equal node; the cursor is moved only when it stood on or after it.
     KR_RET_STATUS delElem(unsigned int x) {
-        auto it = l.begin();
-        while (it != l.end() && *it != x)
-            ++it;
-        if (it == l.end()) return KR_RET_FALSE;
-        if (cur == it) {
-            if (std::next(it) != l.end()) {
-                cur = std::next(it);
-            } else if (it != l.begin()) {
-                cur = std::prev(it);
-                --idx;
-            } else {
-                cur = l.end();
-            }
-        } else if (!null() && std::distance(l.begin(), cur) > std::distance(l.begin(), it)) {
-            --idx;
-        }
-        l.erase(it);
+        unsigned int i = static_cast<unsigned int>(std::find(v.begin(), v.end(), x) - v.begin());
+        if (i == n()) return KR_RET_FALSE;
+        if (!null && p == i) return delCurElem(false);
+        v.erase(v.begin() + i);
+        if (!null && p > i) --p, --idx;
         return KR_RET_TRUE;
     }
 };
 
-// The values of a container's elements in index order (walks a list from its head each time).
-template <class C>
-std::vector<unsigned int> contents(C& c) {
-    std::vector<unsigned int> out;
-    for (unsigned int i = 0; i < c.numElems(); ++i)
-        out.push_back(valueOf(c[i]));
-    return out;
-}
-
-// Status text of a report through KR_reportStatus, as ReportCapture::located() shows it.
-inline std::string statusReport(const char* unit, const char* text) {
-    return std::string(unit) + ": line N: \n" + text + "\n\n";
-}
-
-// Compares contents and cursor of an array-like container with the model.
-template <class C>
-void expectSameArray(C& c, const ArrayModel& m) {
-    ASSERT_EQ(m.n(), c.numElems());
-    for (unsigned int i = 0; i < m.n(); ++i)
-        ASSERT_EQ(m.v[i], valueOf(c[i])) << "element " << i;
-    unsigned int index = 99;
-    EXPECT_KR_STATUS(m.null ? KR_RET_FALSE : KR_RET_TRUE, c.getCurIndex(index));
-    EXPECT_EQ(m.idx, index);
-    typename std::remove_reference<decltype(c[0])>::type* elem = nullptr;
-    c.getCurElem(&elem);
-    EXPECT_EQ(m.null ? nullptr : &c[m.idx], elem);
-}
-
-// Drives an array-like container and the model with the same seeded random operations and
-// compares status, contents and cursor after every step.
-template <class C>
-void driveLikeArray(C& c, unsigned int seed, int steps) {
+// Drives a container and its model with the same seeded random operations; after every step
+// compares the status, the contents, the cursor's element and the index the cursor reports.
+template <class M, class C>
+void driveLikeModel(C& c, unsigned int seed, int steps) {
     using T = typename std::remove_reference<decltype(c[0])>::type;
-    ArrayModel m;
+    M m;
     std::mt19937 rng(seed);
     auto pick = [&rng](unsigned int hi) {
         return std::uniform_int_distribution<unsigned int>(0, hi)(rng);
     };
     for (int step = 0; step < steps; ++step) {
-        unsigned int op = pick(9), a = pick(m.n() + 2), b = pick(4), x = pick(1000) + 1;
+        unsigned int n = m.n(), op = pick(M::kList ? 11 : 10), a = pick(n + 2), b = pick(3);
+        unsigned int x = pick(1000) + 1;
+        if (n > 0 && (x & 1)) x = m.v[a % n];  // delElem and the like then hit a held value
+        auto method = static_cast<KR_INS_METHOD>(x & 1);
         SCOPED_TRACE("step " + std::to_string(step) + ", operation " + std::to_string(op));
-        KR_RET_STATUS want = KR_RET_TRUE;
-        KR_RET_STATUS got = KR_RET_TRUE;
-        switch (op) {
-            case 0:
-                want = m.insElems(x & 1, a, b);
-                got = c.insElems(static_cast<KR_INS_METHOD>(x & 1), a, b);
-                break;
-            case 1:
-                want = m.delElems(a, b);
-                got = c.delElems(a, b);
-                break;
-            case 2:
-                m.insElems(1, m.n() == 0 ? 0 : m.n() - 1, 1);
-                m.v.back() = x;
-                got = c.appendElem(T(x));
-                break;
-            case 3:
-                m.insElems(0, 0, 1);
-                m.v.front() = x;
-                got = c.preappendElem(T(x));
-                break;
-            case 4:
-                want = m.delCurElem(b & 1);
-                got = c.delCurElem(b & 1);
-                break;
-            case 5:
-                want = m.setCurIndex(a);
-                got = c.setCurIndex(a);
-                break;
-            case 6:
-                want = m.setCurNext();
-                got = c.setCurNext();
-                break;
-            case 7:
-                want = m.setCurPrev();
-                got = c.setCurPrev();
-                break;
-            case 8:
-                want = m.null ? KR_RET_FALSE : KR_RET_TRUE;
-                if (!m.null) m.v[m.idx] = x;
-                got = c.setCurElem(T(x));
-                break;
-            default: {
-                // delElem: the first equal element, found by the locked cursor walk.
-                if (m.n() > 0 && (x & 1)) x = m.v[a % m.n()];
-                auto it = std::find(m.v.begin(), m.v.end(), x);
-                want = it == m.v.end() ? KR_RET_FALSE : KR_RET_TRUE;
-                m.setCurIndex(static_cast<unsigned int>(it - m.v.begin()));
-                m.delCurElem(false);
-                got = c.delElem(T(x));
-                EXPECT_FALSE(c.isLocked());
-            }
-        }
+        KR_RET_STATUS want = KR_RET_TRUE, got = KR_RET_TRUE;
+        T value(x);
+        const std::function<void()> ops[] = {
+                [&] { want = m.insElems(method, a, b), got = c.insElems(method, a, b); },
+                [&] { want = m.delElems(a, b), got = c.delElems(a, b); },
+                [&] { m.append(x), got = c.appendElem(value); },
+                [&] { m.preappend(x), got = c.preappendElem(value); },
+                [&] { want = m.delCurElem(b & 1), got = c.delCurElem(b & 1); },
+                [&] { want = m.setCurIndex(a), got = c.setCurIndex(a); },
+                [&] { want = m.setCurNext(), got = c.setCurNext(); },
+                [&] { want = m.setCurPrev(), got = c.setCurPrev(); },
+                [&] {
+                    want = m.null ? KR_RET_FALSE : (m.v[m.pos()] = x, KR_RET_TRUE);
+                    got = c.setCurElem(value);
+                },
+                [&] {
+                    want = m.delElem(x), got = c.delElem(value);
+                    EXPECT_FALSE(c.isLocked());
+                },
+                [&] {
+                    want = m.setCurIndex(b && n > 0 ? n - 1 : 0);
+                    got = b ? c.setCurLast() : c.setCurFirst();
+                },
+                [&] {
+                    if constexpr (M::kList) {
+                        want = m.insAtCur(method, x), got = c.insElemAtCur(method, value);
+                    }
+                },
+        };
+        ops[op]();
         EXPECT_KR_STATUS(want, got);
-        expectSameArray(c, m);
+        ASSERT_EQ(m.v, contents(c));
+        T* elem = nullptr;
+        c.getCurElem(&elem);
+        EXPECT_EQ(m.null ? nullptr : &c[m.pos()], elem);
+        EXPECT_EQ(m.null ? 999 : m.idx, cursorIndex(c));
         if (::testing::Test::HasFailure()) return;
+    }
+}
+
+// One operation for the allocation-failure walk, and how many allocations it makes.
+template <class C>
+struct FaultRow {
+    const char* name;
+    unsigned long allocations;
+    std::function<KR_RET_STATUS(C&)> op;
+};
+
+// Fails each allocation of every row's operation in turn, on a fresh container from make. Every
+// failure must answer KR_RET_ERR_MEM with one of the given reports and leave contents and
+// cursor as they were.
+template <class C, class Make>
+void expectFailuresKeepContainer(Make make,
+                                 const std::vector<FaultRow<C>>& rows,
+                                 const std::vector<std::string>& reports) {
+    ReportCapture capture;
+    for (const FaultRow<C>& row : rows) {
+        SCOPED_TRACE(row.name);
+        std::vector<unsigned int> before;
+        unsigned int cursor = 0;
+        unsigned long failures = 0;
+        forEachAllocationFailure(
+                [&] {
+                    std::unique_ptr<C> c = make();
+                    before = contents(*c);
+                    cursor = cursorIndex(*c);
+                    capture.clear();
+                    KR_clearStatusCode();
+                    return c;
+                },
+                [&](std::unique_ptr<C>& c) { return row.op(*c); },
+                [&](std::unique_ptr<C>& c, KR_RET_STATUS st, unsigned long) {
+                    ++failures;
+                    EXPECT_KR_STATUS(KR_RET_ERR_MEM, st);
+                    std::string report = capture.located();
+                    EXPECT_NE(reports.end(), std::find(reports.begin(), reports.end(), report))
+                            << report;
+                    EXPECT_EQ(before, contents(*c));
+                    EXPECT_EQ(cursor, cursorIndex(*c));
+                });
+        EXPECT_EQ(row.allocations, failures);
     }
 }
 

@@ -1,6 +1,4 @@
 // test_array.cpp — KR_Array: clamping, cursor rules, in-place moves, copying, failures.
-#include <functional>
-#include <memory>
 #include <vector>
 
 #include "container_model.h"
@@ -9,8 +7,8 @@
 namespace {
 
 using krtest::contents;
+using krtest::cursorIndex;
 using krtest::Tracked;
-using krtest::valueOf;
 using UIntArray = KR_Array<unsigned int>;
 
 const char* const kUnit = "krcore/include/kr_array_impl";
@@ -23,30 +21,9 @@ void fill(KR_Array<T>& a, std::vector<unsigned int> values) {
         a[i] = T(values[i]);
 }
 
-unsigned int cursorIndex(UIntArray& a) {
-    unsigned int index = 0;
-    return a.getCurIndex(index) == KR_RET_TRUE ? index : 999;
-}
-
-TEST(Array, EmptyArrayIndicesPastTheEndAndZeroCounts) {
-    UIntArray a(0, 1);
-    EXPECT_TRUE(a.objIsEnabled() && a.curIsNull());
-    EXPECT_KR_STATUS(KR_RET_FALSE, a.delAll());
-    EXPECT_KR_OK(a.appendElem(7));
-    EXPECT_EQ(std::vector<unsigned int>{7}, contents(a));
-    EXPECT_EQ(0u, cursorIndex(a));
-    fill(a, {1, 2, 3});
-    EXPECT_KR_OK(a.insElems(KR_INS_BEFORE, 99, 2));
-    EXPECT_EQ((std::vector<unsigned int>{1, 2, 3, 0, 0}), contents(a));
-    EXPECT_KR_STATUS(KR_RET_FALSE, a.insElems(KR_INS_AFTER, 1, 0));
-    EXPECT_KR_STATUS(KR_RET_FALSE, a.delElems(1, 0));
-    EXPECT_KR_STATUS(KR_RET_FALSE, a.delElems(5, 1));
-    EXPECT_KR_OK(a.delElems(1, 100));
-    EXPECT_EQ(std::vector<unsigned int>{1}, contents(a));
-}
-
 TEST(Array, OutOfRangeAccessReportsAndAnswersTheNullBlock) {
     UIntArray a(3, 1);
+    EXPECT_TRUE(a.objIsEnabled() && a.curIsNull());
     krtest::ReportCapture capture;
     unsigned int& r = a[5];
     EXPECT_EQ(static_cast<void*>(&r), static_cast<void*>(&KR_NULL_PTR));
@@ -64,7 +41,7 @@ TEST(Array, OutOfRangeAccessReportsAndAnswersTheNullBlock) {
     EXPECT_EQ(4u, a.numElems());
 }
 
-TEST(Array, AssignmentKeepsCursorIndexInsideNewLength) {
+TEST(Array, AssignmentKeepsCursorIndexAndEqualityWalksCursors) {
     struct Row {
         const char* name;
         unsigned int cursor;
@@ -82,8 +59,11 @@ TEST(Array, AssignmentKeepsCursorIndexInsideNewLength) {
         EXPECT_EQ((std::vector<unsigned int>{7, 8, 9}), contents(target));
         EXPECT_EQ(1, target.getRawCopy());
         EXPECT_EQ(row.expected, cursorIndex(target));
-        EXPECT_TRUE(source == target);
-        EXPECT_TRUE(source.curIsNull());
+        // Equality walks both cursors: off the end when equal, else to the first difference.
+        EXPECT_TRUE(source == target && source.curIsNull() && target.curIsNull());
+        target[1] = 5;
+        EXPECT_FALSE(source == target);
+        EXPECT_EQ(1u, cursorIndex(source));
         EXPECT_FALSE(source.isLocked() || target.isLocked());
     }
 }
@@ -153,88 +133,28 @@ TEST(Array, MemMoveAndSubCopyClampAndClear) {
     }
 }
 
-TEST(Array, EqualityWalksBothCursors) {
-    UIntArray a(0, 1), b(0, 0), c(0, 1);
-    fill(a, {1, 2, 3});
-    fill(b, {1, 2, 3});
-    fill(c, {1, 5, 3});
-    EXPECT_TRUE(a == b);
-    EXPECT_TRUE(a.curIsNull() && b.curIsNull());
-    EXPECT_FALSE(a == c);
-    EXPECT_EQ(1u, cursorIndex(c));
-    c.delElems(1, 1);
-    EXPECT_FALSE(a == c);
-    EXPECT_TRUE(a == a);
-    EXPECT_FALSE(a.isLocked() || c.isLocked());
-}
-
-template <class Element, unsigned char Raw>
-struct Kind {
-    using Type = Element;
-    static constexpr unsigned char raw = Raw;
-};
-
-template <class K>
-class ArrayOracle : public ::testing::Test {};
-
-using ArrayKinds = ::testing::
-        Types<Kind<unsigned int, 1>, Kind<unsigned int, 0>, Kind<Tracked, 0>, Kind<Tracked, 1>>;
-TYPED_TEST_SUITE(ArrayOracle, ArrayKinds);
-
-TYPED_TEST(ArrayOracle, RandomOperationsMatchTheModel) {
-    long before = Tracked::live;
-    for (unsigned int seed = 1; seed <= 4; ++seed) {
-        SCOPED_TRACE("seed " + std::to_string(seed));
-        KR_Array<typename TypeParam::Type> a(0, TypeParam::raw);
-        krtest::driveLikeArray(a, seed, 400);
-        KR_Array<typename TypeParam::Type> copy(a);
-        EXPECT_TRUE(copy == a);
-    }
-    EXPECT_EQ(before, Tracked::live);
-}
-
 TEST(Array, AllocationFailureLeavesArrayUnchanged) {
     KR_REQUIRE_FAULT_INJECTION();
     UIntArray other(2, 1);
-
-    struct Row {
-        const char* name;
-        std::function<KR_RET_STATUS(UIntArray&)> op;
-    };
-
-    const Row rows[] = {
-            {"insElems", [](UIntArray& a) { return a.insElems(KR_INS_BEFORE, 1, 3); }},
-            {"delElems", [](UIntArray& a) { return a.delElems(1, 2); }},
-            {"reallocate", [](UIntArray& a) { return a.reallocate(9); }},
-            {"appendElem", [](UIntArray& a) { return a.appendElem(9); }},
-            {"preappendElem", [](UIntArray& a) { return a.preappendElem(9); }},
-            {"delCurElem", [](UIntArray& a) { return a.delCurElem(1); }},
-            {"assign",
-             [&other](UIntArray& a) {
-                 a = other;
-                 return KR_getStatusCode();
-             }},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        krtest::ReportCapture capture;
-        krtest::forEachAllocationFailure(
-                [&] {
-                    auto a = std::make_unique<UIntArray>(0, 1);
-                    fill(*a, {1, 2, 3, 4, 5});
-                    a->setCurIndex(2);
-                    capture.clear();
-                    KR_clearStatusCode();
-                    return a;
-                },
-                [&](std::unique_ptr<UIntArray>& a) { return row.op(*a); },
-                [&](std::unique_ptr<UIntArray>& a, KR_RET_STATUS st, unsigned long) {
-                    EXPECT_KR_STATUS(KR_RET_ERR_MEM, st);
-                    EXPECT_EQ(krtest::statusReport(kUnit, "Memory error"), capture.located());
-                    EXPECT_EQ((std::vector<unsigned int>{1, 2, 3, 4, 5}), contents(*a));
-                    EXPECT_EQ(2u, cursorIndex(*a));
-                });
-    }
+    krtest::expectFailuresKeepContainer<UIntArray>(
+            [] {
+                auto a = std::make_unique<UIntArray>(0, 1);
+                fill(*a, {1, 2, 3, 4, 5});
+                a->setCurIndex(2);
+                return a;
+            },
+            {{"insElems", 1, [](UIntArray& a) { return a.insElems(KR_INS_BEFORE, 1, 3); }},
+             {"delElems", 1, [](UIntArray& a) { return a.delElems(1, 2); }},
+             {"reallocate", 1, [](UIntArray& a) { return a.reallocate(9); }},
+             {"appendElem", 1, [](UIntArray& a) { return a.appendElem(9); }},
+             {"preappendElem", 1, [](UIntArray& a) { return a.preappendElem(9); }},
+             {"delCurElem", 1, [](UIntArray& a) { return a.delCurElem(1); }},
+             {"assign", 1,
+              [&other](UIntArray& a) {
+                  a = other;
+                  return KR_getStatusCode();
+              }}},
+            {krtest::statusReport(kUnit, "Memory error")});
 }
 
 TEST(Array, FailedConstructionLeavesUnusableArray) {

@@ -2,8 +2,9 @@
 #include <stdint.h>
 
 #include <deque>
-#include <memory>
 #include <random>
+#include <type_traits>
+#include <vector>
 
 #include "container_model.h"
 #include "test_support.h"
@@ -38,22 +39,80 @@ TEST(Stack, FixedStackRefusesWhenFull) {
     EXPECT_EQ(2u, s.getSize());
 }
 
-TEST(Stack, GrowableCommandStackGrowsByItsStep) {
-    for (unsigned int initial : {0u, 128u}) {
-        SCOPED_TRACE("initial " + std::to_string(initial));
-        KR_Stack<KR_Command*> s(initial, 128, 128, 0);
-        EXPECT_EQ(initial, s.getSize());
-        for (uintptr_t i = 1; i <= 1000; ++i)
-            ASSERT_KR_OK(s.push(command(i)));
-        EXPECT_EQ(1024u, s.getSize());
-        EXPECT_EQ(command(1), s.peek(0));
-        KR_Stack<KR_Command*> copy(s);
-        for (uintptr_t i = 1000; i >= 1; --i)
-            ASSERT_EQ(command(i), s.pop());
-        EXPECT_TRUE(s.isEmpty());
-        EXPECT_EQ(1000u, copy.getNum());
-        EXPECT_EQ(command(1000), copy.pop());
+// A stack beside a vector and its expected capacity, driven in runs of pushes and pops long
+// enough to cross the storage blocks, so that every move of the stack's cached top block is
+// checked against the model.
+template <class T>
+struct StackRun {
+    KR_Stack<T> stack;
+    std::vector<unsigned int> model;
+    unsigned int capacity, growBy;
+
+    StackRun(unsigned int initial, unsigned int step)
+        : stack(initial, 4, step, std::is_same<T, unsigned int>::value),
+          capacity(initial),
+          growBy(step) {}
+
+    void push(unsigned int v) {
+        if (model.size() == capacity) capacity += growBy;
+        ASSERT_KR_OK(stack.push(T(v)));
+        model.push_back(v);
     }
+
+    void pop() {
+        if (model.empty()) {
+            ASSERT_TRUE(isNull(&stack.pop()));
+            return;
+        }
+        ASSERT_EQ(model.back(), krtest::valueOf(stack.pop()));
+        model.pop_back();
+    }
+
+    void run(std::mt19937& rng, int runs) {
+        for (int r = 0; r < runs; ++r) {
+            bool pushing = rng() % 5 < 3;
+            for (unsigned int k = rng() % 9; k > 0; --k) {
+                pushing ? push(rng() % 1000) : pop();
+                ASSERT_EQ(model.size(), stack.getNum());
+                ASSERT_EQ(capacity, stack.getSize());
+            }
+            for (unsigned int i = 0; i < model.size(); ++i)
+                ASSERT_EQ(model[i], krtest::valueOf(stack.peek(i))) << "peek " << i;
+        }
+    }
+};
+
+template <class T>
+void runStacksAcrossBlocks() {
+    for (unsigned int growBy : {1u, 3u, 4u, 6u}) {
+        SCOPED_TRACE("growBy " + std::to_string(growBy));
+        std::mt19937 rng(growBy);
+        StackRun<T> a(2, growBy), b(5, 1), c(0, 1);
+        a.run(rng, 40);
+        // b's cached block covers a's top slots when a's copy replaces b's storage; the copy
+        // must drop it, and a keeps its own.
+        while (b.model.size() <= a.model.size())
+            b.push(rng() % 1000 + 1000);
+        b.pop();
+        b = a;
+        b.pop();
+        b.push(rng() % 1000);
+        for (int round = 0; round < 4; ++round) {
+            a.run(rng, 10);
+            b.run(rng, 10);
+        }
+        c = b;
+        while (!b.model.empty())
+            b.pop();
+        c.run(rng, 20);
+    }
+}
+
+TEST(Stack, GrowableStackMatchesVectorAcrossBlocks) {
+    long before = krtest::Tracked::live;
+    runStacksAcrossBlocks<unsigned int>();
+    runStacksAcrossBlocks<krtest::Tracked>();
+    EXPECT_EQ(before, krtest::Tracked::live);
 }
 
 TEST(Stack, FailuresLeaveTheStackAsItWas) {
@@ -96,6 +155,34 @@ TEST(Stack, FailuresLeaveTheStackAsItWas) {
                 EXPECT_EQ(2u, s->getNum());
                 EXPECT_EQ(2u, s->getSize());
                 EXPECT_EQ(command(2), s->peek(1));
+            });
+    // A copy that fails, in the stack or inside its storage, leaves the target as it was.
+    KR_Stack<KR_Command*> source(0, 2, 1, 0);
+    for (uintptr_t i = 1; i <= 5; ++i)
+        source.push(command(i));
+    const std::vector<std::string> reports = {
+            krtest::statusReport(unit, "Memory error"),
+            krtest::statusReport("krcore/include/kr_vcarray_impl", "Memory error"),
+            krtest::statusReport("krcore/include/kr_list_impl", "Memory error")};
+    krtest::forEachAllocationFailure(
+            [&] {
+                auto s = std::make_unique<KR_Stack<KR_Command*>>(1, 0);
+                s->push(command(9));
+                capture.clear();
+                KR_clearStatusCode();
+                return s;
+            },
+            [&](std::unique_ptr<KR_Stack<KR_Command*>>& s) {
+                *s = source;
+                return KR_getStatusCode();
+            },
+            [&](std::unique_ptr<KR_Stack<KR_Command*>>& s, KR_RET_STATUS st, unsigned long) {
+                EXPECT_KR_STATUS(KR_RET_ERR_MEM, st);
+                std::string report = capture.located();
+                EXPECT_NE(reports.end(), std::find(reports.begin(), reports.end(), report))
+                        << report;
+                EXPECT_EQ(1u, s->getSize());
+                EXPECT_EQ(command(9), s->pop());
             });
 }
 

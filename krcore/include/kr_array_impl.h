@@ -102,7 +102,7 @@ public:
     KR_RET_STATUS setCur(T elem) override;
 
 private:
-    static constexpr bool kPlain = std::is_trivially_copyable<T>::value;
+    static constexpr bool kPlain = krInternal::kPlainElem<T>;
 
     KR_RET_STATUS initDataMembers(unsigned int n);
     KR_RET_STATUS cleanupDataMembers();
@@ -111,18 +111,17 @@ private:
 
     // Copies n elements between blocks that do not overlap.
     void copyElems(T* dst, const T* src, size_t n);
-    // Clears n slots fresh from array-new: zeros in raw mode and for types whose default
-    // construction leaves them undetermined; other types keep their default value.
-    void clearFresh(T* slots, size_t n);
-    // Clears n slots that held elements: zeros in raw mode, the default value otherwise.
-    void clearUsed(T* slots, size_t n);
+
+    KRI_INLINE void clearUsed(T* slots, size_t n) { krInternal::clearUsed(slots, n, rawCopy_); }
 
     KRI_INLINE void placeCursor(unsigned int i) { this->cur_.set(i, data_ + i); }
 
     KRI_INLINE void nullCursor() { this->cur_.clear(); }
 
-    // The index the cursor keeps across a change to length n: its own (0 when null), clamped.
-    unsigned int keptIndex(unsigned int n) const;
+    KRI_INLINE unsigned int keptIndex(unsigned int n) const {
+        return krInternal::keptIndex(this->cur_, n);
+    }
+
     // Makes block (n elements, or null for 0) the array's storage and places the cursor at index.
     void adoptBlock(T* block, unsigned int n, unsigned int index);
 
@@ -145,15 +144,12 @@ KR_Array<T>::KR_Array(unsigned int n, unsigned char rawCopy)
     krInternal::clearUserError();
     if (initDataMembers(n) != KR_RET_TRUE) return;
     rawCopy_ = rawCopy;
-    clearFresh(data_, n);
+    krInternal::clearFresh(data_, n, rawCopy_);
 }
 
 template <class T>
-KR_Array<T>::KR_Array(const KR_Array<T>& other)
-    : KR_IndContainer<T>(), initialised_(0), data_(nullptr), rawCopy_(0) {
-    krInternal::clearUserError();
-    if (initDataMembers(0) != KR_RET_TRUE) return;
-    *this = other;
+KR_Array<T>::KR_Array(const KR_Array<T>& other) : KR_Array(0, 0) {
+    if (initialised_) *this = other;
 }
 
 template <class T>
@@ -179,9 +175,8 @@ KR_Array<T>& KR_Array<T>::operator=(const KR_Array<T>& src) {
                 return *this;
             }
         }
-        unsigned int index = 0;
-        if (this->cur_.elem != nullptr && this->cur_.index < n) index = this->cur_.index;
-        adoptBlock(block, n, index);
+        adoptBlock(block, n,
+                   this->cur_.elem != nullptr && this->cur_.index < n ? this->cur_.index : 0);
     }
     rawCopy_ = src.rawCopy_;
     copyElems(data_, src.data_, n);
@@ -302,7 +297,7 @@ KR_RET_STATUS KR_Array<T>::insElems(KR_INS_METHOD method,
         unsigned int split = method != KR_INS_BEFORE ? index + 1 : index;
         copyElems(block, data_, split);
         copyElems(block + split + count, data_ + split, n - split);
-        clearFresh(block + split, count);
+        krInternal::clearFresh(block + split, count, rawCopy_);
         adoptBlock(block, n + count, this->cur_.elem != nullptr ? this->cur_.index : 0);
         return KR_RET_TRUE;
     }
@@ -400,7 +395,7 @@ KR_RET_STATUS KR_Array<T>::reallocate(unsigned int n) {
     }
     unsigned int kept = n < this->numElems_ ? n : this->numElems_;
     copyElems(block, data_, kept);
-    clearFresh(block + kept, n - kept);
+    krInternal::clearFresh(block + kept, n - kept, rawCopy_);
     adoptBlock(block, n, keptIndex(n));
     return KR_RET_TRUE;
 }
@@ -455,67 +450,46 @@ template <class T>
 unsigned char KR_Array<T>::curAtFirst() {
     krInternal::clearUserError();
     if (!initialised_) return static_cast<unsigned char>(KRI_FAIL(KR_RET_ERR_POBJ));
-    return this->cur_.elem != nullptr && this->numElems_ > 0 && this->cur_.index == 0;
+    return krInternal::cursorAt(this->cur_, this->numElems_, 0);
 }
 
 template <class T>
 unsigned char KR_Array<T>::curAtLast() {
     krInternal::clearUserError();
     if (!initialised_) return static_cast<unsigned char>(KRI_FAIL(KR_RET_ERR_POBJ));
-    return this->cur_.elem != nullptr && this->numElems_ > 0 &&
-           this->cur_.index + 1 == this->numElems_;
+    return krInternal::cursorAt(this->cur_, this->numElems_, this->numElems_ - 1);
 }
 
 template <class T>
 KR_RET_STATUS KR_Array<T>::setCurFirst() {
-    krInternal::clearUserError();
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
     return setCurIndex(0);
 }
 
 template <class T>
 KR_RET_STATUS KR_Array<T>::setCurLast() {
-    krInternal::clearUserError();
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
     return setCurIndex(this->numElems_ == 0 ? 0 : this->numElems_ - 1);
 }
 
+// Stepping off either end goes to an index that does not exist, which nulls the cursor.
 template <class T>
 KR_RET_STATUS KR_Array<T>::setCurPrev() {
     krInternal::clearUserError();
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    if (this->cur_.elem == nullptr) return KR_RET_FALSE;
-    if (this->cur_.index == 0) {
-        nullCursor();
-        return KR_RET_FALSE;
-    }
-    placeCursor(this->cur_.index - 1);
-    return KR_RET_TRUE;
+    return this->cur_.elem == nullptr ? KR_RET_FALSE : setCurIndex(this->cur_.index - 1);
 }
 
 template <class T>
 KR_RET_STATUS KR_Array<T>::setCurNext() {
     krInternal::clearUserError();
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    if (this->cur_.elem == nullptr) return KR_RET_FALSE;
-    if (this->cur_.index + 1 >= this->numElems_) {
-        nullCursor();
-        return KR_RET_FALSE;
-    }
-    placeCursor(this->cur_.index + 1);
-    return KR_RET_TRUE;
+    return this->cur_.elem == nullptr ? KR_RET_FALSE : setCurIndex(this->cur_.index + 1);
 }
 
 template <class T>
 KR_RET_STATUS KR_Array<T>::getCurIndex(unsigned int& index) {
     krInternal::clearUserError();
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    if (this->cur_.elem == nullptr) {
-        index = 0;
-        return KR_RET_FALSE;
-    }
-    index = this->cur_.index;
-    return KR_RET_TRUE;
+    return krInternal::cursorIndex(this->cur_, index);
 }
 
 template <class T>
@@ -535,19 +509,15 @@ KR_RET_STATUS KR_Array<T>::getCurElem(T** elem) {
     krInternal::clearUserError();
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
     if (elem == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
-    *elem = nullptr;
-    if (this->cur_.elem == nullptr) return KR_RET_FALSE;
     *elem = this->cur_.elem;
-    return KR_RET_TRUE;
+    return *elem == nullptr ? KR_RET_FALSE : KR_RET_TRUE;
 }
 
 template <class T>
 KR_RET_STATUS KR_Array<T>::setCurElem(T elem) {
     krInternal::clearUserError();
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    if (this->cur_.elem == nullptr) return KR_RET_FALSE;
-    *this->cur_.elem = elem;
-    return KR_RET_TRUE;
+    return krInternal::writeCursor(this->cur_, elem);
 }
 
 template <class T>
@@ -597,39 +567,6 @@ void KR_Array<T>::copyElems(T* dst, const T* src, size_t n) {
     }
     for (size_t k = 0; k < n; ++k)
         dst[k] = src[k];
-}
-
-template <class T>
-void KR_Array<T>::clearFresh(T* slots, size_t n) {
-    if (n == 0) return;
-    if constexpr (kPlain) {
-        if (rawCopy_ || std::is_trivially_default_constructible<T>::value) {
-            memset(static_cast<void*>(slots), 0, n * sizeof(T));
-        }
-    } else if constexpr (std::is_trivially_default_constructible<T>::value) {
-        for (size_t k = 0; k < n; ++k)
-            slots[k] = T();
-    }
-}
-
-template <class T>
-void KR_Array<T>::clearUsed(T* slots, size_t n) {
-    if (n == 0) return;
-    if constexpr (kPlain) {
-        if (rawCopy_) {
-            memset(static_cast<void*>(slots), 0, n * sizeof(T));
-            return;
-        }
-    }
-    for (size_t k = 0; k < n; ++k)
-        slots[k] = T();
-}
-
-template <class T>
-unsigned int KR_Array<T>::keptIndex(unsigned int n) const {
-    unsigned int index = this->cur_.elem != nullptr ? this->cur_.index : 0;
-    if (n <= index) index = n == 0 ? 0 : n - 1;
-    return index;
 }
 
 template <class T>

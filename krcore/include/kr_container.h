@@ -7,6 +7,9 @@
 #define KRCORE_KR_CONTAINER_H
 
 #include <stdint.h>
+#include <string.h>
+
+#include <type_traits>
 
 #include "kr_base.h"
 #include "kr_globals.h"
@@ -54,6 +57,69 @@ namespace krInternal {
 template <class T>
 inline bool isNullRef(const T& r) {
     return static_cast<const void*>(&r) == static_cast<const void*>(&KR_NULL_PTR);
+}
+
+// The rules that KR_Array and KR_VCArray share. Their cursor is null exactly when its element
+// pointer is, and it keeps its index across a change of length.
+
+// The index the cursor keeps across a change to length n: its own (0 when null), clamped.
+template <class T>
+KRI_INLINE unsigned int keptIndex(const KR_IteratorElem<T>& cur, unsigned int n) {
+    unsigned int index = cur.elem != nullptr ? cur.index : 0;
+    if (n <= index) index = n == 0 ? 0 : n - 1;
+    return index;
+}
+
+template <class T>
+KRI_INLINE KR_RET_STATUS cursorIndex(const KR_IteratorElem<T>& cur, unsigned int& index) {
+    index = cur.elem != nullptr ? cur.index : 0;
+    return cur.elem != nullptr ? KR_RET_TRUE : KR_RET_FALSE;
+}
+
+// Whether a cursor stands on element i of n elements.
+template <class T>
+KRI_INLINE unsigned char cursorAt(const KR_IteratorElem<T>& cur, unsigned int n, unsigned int i) {
+    return cur.elem != nullptr && n > 0 && cur.index == i;
+}
+
+template <class T>
+KRI_INLINE KR_RET_STATUS writeCursor(const KR_IteratorElem<T>& cur, const T& elem) {
+    if (cur.elem == nullptr) return KR_RET_FALSE;
+    *cur.elem = elem;
+    return KR_RET_TRUE;
+}
+
+// Byte copies and zero-filling apply only to element types that survive them.
+template <class T>
+constexpr bool kPlainElem = std::is_trivially_copyable<T>::value;
+
+// Clears n slots fresh from array-new: zeros in raw mode and for types whose default
+// construction leaves them undetermined; other types keep their default value.
+template <class T>
+KRI_INLINE void clearFresh(T* slots, size_t n, unsigned char rawCopy) {
+    if (n == 0) return;
+    if constexpr (kPlainElem<T>) {
+        if (rawCopy || std::is_trivially_default_constructible<T>::value) {
+            memset(static_cast<void*>(slots), 0, n * sizeof(T));
+        }
+    } else if constexpr (std::is_trivially_default_constructible<T>::value) {
+        for (size_t k = 0; k < n; ++k)
+            slots[k] = T();
+    }
+}
+
+// Clears n slots that held elements: zeros in raw mode, the default value otherwise.
+template <class T>
+KRI_INLINE void clearUsed(T* slots, size_t n, unsigned char rawCopy) {
+    if (n == 0) return;
+    if constexpr (kPlainElem<T>) {
+        if (rawCopy) {
+            memset(static_cast<void*>(slots), 0, n * sizeof(T));
+            return;
+        }
+    }
+    for (size_t k = 0; k < n; ++k)
+        slots[k] = T();
 }
 
 }  // namespace krInternal

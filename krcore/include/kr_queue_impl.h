@@ -5,7 +5,6 @@
 #ifndef KRCORE_KR_QUEUE_IMPL_H
 #define KRCORE_KR_QUEUE_IMPL_H
 
-#include "kr_alloc.h"
 #include "kr_array_impl.h"
 #include "kr_base.h"
 #include "kr_reporter.h"
@@ -49,20 +48,11 @@ private:
     KR_RET_STATUS initDataMembers();
     KR_RET_STATUS cleanupDataMembers();
 
-    KRI_INLINE bool hasStorage() const {
-        return growable_ ? vcArray_ != nullptr : array_ != nullptr;
-    }
-
-    KRI_INLINE unsigned int capacity() const {
-        return growable_ ? vcArray_->numElems() : array_->numElems();
-    }
-
-    KRI_INLINE T& slot(unsigned int i) { return growable_ ? vcArray_->at(i) : (*array_)[i]; }
+    // Takes the storage made by a constructor: the queue is initialised when it exists.
+    void adoptStorage(KR_RET_STATUS made);
 
     unsigned char initialised_;
-    KR_Array<T>* array_;      // storage in fixed mode, else null
-    KR_VCArray<T>* vcArray_;  // storage in growable mode, else null
-    unsigned char growable_;
+    krInternal::AdapterStorage<T> storage_;
     unsigned int count_;  // queued elements
     unsigned int head_;   // slot of the next element to take
     unsigned int tail_;   // slot where the next element goes
@@ -82,37 +72,15 @@ template <class T>
 KR_Queue<T>::KR_Queue(unsigned int n, unsigned char rawCopy) {
     krInternal::clearUserError();
     initDataMembers();
-    array_ = krInternal::newObject<KR_Array<T>>(n, rawCopy);
-    if (array_ == nullptr) {
-        KRI_FAIL(KR_RET_ERR_MEM);
-        return;
-    }
-    // The array has reported its own failure.
-    if (!array_->objIsEnabled()) {
-        delete array_;
-        array_ = nullptr;
-        return;
-    }
-    initialised_ = 1;
+    adoptStorage(storage_.makeFixed(n, rawCopy));
 }
 
 template <class T>
 KR_Queue<T>::KR_Queue(unsigned int a, unsigned int b, unsigned int growBy, unsigned char rawCopy) {
     krInternal::clearUserError();
     initDataMembers();
-    growable_ = 1;
     growBy_ = growBy == 0 ? 1 : growBy;
-    vcArray_ = krInternal::newObject<KR_VCArray<T>>(a, b, rawCopy);
-    if (vcArray_ == nullptr) {
-        KRI_FAIL(KR_RET_ERR_MEM);
-        return;
-    }
-    if (!vcArray_->objIsEnabled()) {
-        delete vcArray_;
-        vcArray_ = nullptr;
-        return;
-    }
-    initialised_ = 1;
+    adoptStorage(storage_.makeGrowable(a, b, rawCopy));
 }
 
 template <class T>
@@ -131,39 +99,16 @@ template <class T>
 KR_Queue<T>& KR_Queue<T>::operator=(const KR_Queue<T>& other) {
     krInternal::clearUserError();
     if (&other == this) return *this;
-    if (!other.initialised_ || !other.hasStorage()) {
+    if (!other.initialised_ || !other.storage_.exists()) {
         KRI_FAIL(KR_RET_ERR_POBJ);
         return *this;
     }
-    // A storage copy that failed inside has reported and is left with fewer elements.
-    KR_Array<T>* array = nullptr;
-    KR_VCArray<T>* vcArray = nullptr;
-    if (other.growable_) {
-        vcArray = krInternal::newObject<KR_VCArray<T>>(*other.vcArray_);
-        if (vcArray == nullptr) {
-            KRI_FAIL(KR_RET_ERR_MEM);
-            return *this;
-        }
-        if (vcArray->numElems() != other.vcArray_->numElems()) {
-            delete vcArray;
-            return *this;
-        }
-    } else {
-        array = krInternal::newObject<KR_Array<T>>(*other.array_);
-        if (array == nullptr) {
-            KRI_FAIL(KR_RET_ERR_MEM);
-            return *this;
-        }
-        if (array->numElems() != other.array_->numElems()) {
-            delete array;
-            return *this;
-        }
-    }
-    delete array_;
-    delete vcArray_;
-    array_ = array;
-    vcArray_ = vcArray;
-    growable_ = other.growable_;
+    krInternal::AdapterStorage<T> copy;
+    KR_RET_STATUS st = copy.copyOf(other.storage_);
+    if (st == KR_RET_ERR_MEM) KRI_FAIL(st);
+    if (KRI_FAILED(st)) return *this;
+    storage_.release();
+    storage_ = copy;
     count_ = other.count_;
     head_ = other.head_;
     tail_ = other.tail_;
@@ -177,18 +122,18 @@ template <class T>
 KR_RET_STATUS KR_Queue<T>::put(T elem) {
     krInternal::clearUserError();
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    if (!hasStorage()) return KRI_FAIL(KR_RET_ERR_GEN);
+    if (!storage_.exists()) return KRI_FAIL(KR_RET_ERR_GEN);
     KR_RET_STATUS st = KR_RET_TRUE;
-    if (count_ == capacity()) {
-        if (!growable_) return KR_RET_FALSE;
+    if (count_ == storage_.capacity()) {
+        if (!storage_.growable) return KR_RET_FALSE;
         // The new slots go just after the newest element: slot tail - 1, or the last slot when
         // tail has wrapped to 0. Slots from there on move up by growBy, the oldest among them.
-        unsigned int position = tail_ != 0 ? tail_ : capacity();
-        st = vcArray_->insElems(KR_INS_AFTER, position - 1, growBy_);
+        unsigned int position = tail_ != 0 ? tail_ : storage_.capacity();
+        st = storage_.vcArray->insElems(KR_INS_AFTER, position - 1, growBy_);
         if (KRI_FAILED(st)) return st;
         if (position - 1 < head_) {
             head_ += growBy_;
-            if (head_ >= capacity()) head_ -= capacity();
+            if (head_ >= storage_.capacity()) head_ -= storage_.capacity();
         }
         tail_ = position;
         grown_ = 1;
@@ -197,8 +142,8 @@ KR_RET_STATUS KR_Queue<T>::put(T elem) {
         head_ = 0;
         tail_ = 0;
     }
-    slot(tail_) = elem;
-    if (++tail_ >= capacity()) tail_ = 0;
+    storage_.slot(tail_) = elem;
+    if (++tail_ >= storage_.capacity()) tail_ = 0;
     ++count_;
     return st;
 }
@@ -206,9 +151,9 @@ KR_RET_STATUS KR_Queue<T>::put(T elem) {
 template <class T>
 T& KR_Queue<T>::get() {
     krInternal::clearUserError();
-    if (!initialised_ || !hasStorage() || count_ == 0) return krInternal::nullRef<T>();
-    T& taken = slot(head_);
-    if (++head_ >= capacity()) head_ = 0;
+    if (!initialised_ || !storage_.exists() || count_ == 0) return krInternal::nullRef<T>();
+    T& taken = storage_.slot(head_);
+    if (++head_ >= storage_.capacity()) head_ = 0;
     --count_;
     return taken;
 }
@@ -216,36 +161,34 @@ T& KR_Queue<T>::get() {
 template <class T>
 unsigned char KR_Queue<T>::isEmpty() {
     krInternal::clearUserError();
-    return !initialised_ || !hasStorage() || count_ == 0;
+    return !initialised_ || !storage_.exists() || count_ == 0;
 }
 
 template <class T>
 unsigned char KR_Queue<T>::isFull() {
     krInternal::clearUserError();
-    if (!initialised_ || !hasStorage()) return 0;
-    return count_ == capacity();
+    if (!initialised_ || !storage_.exists()) return 0;
+    return count_ == storage_.capacity();
 }
 
 template <class T>
 unsigned int KR_Queue<T>::getSize() {
     krInternal::clearUserError();
-    if (!initialised_ || !hasStorage()) return 0;
-    return capacity();
+    if (!initialised_ || !storage_.exists()) return 0;
+    return storage_.capacity();
 }
 
 template <class T>
 unsigned int KR_Queue<T>::getNum() {
     krInternal::clearUserError();
-    if (!initialised_ || !hasStorage()) return 0;
+    if (!initialised_ || !storage_.exists()) return 0;
     return count_;
 }
 
 template <class T>
 KR_RET_STATUS KR_Queue<T>::initDataMembers() {
     initialised_ = 0;
-    array_ = nullptr;
-    vcArray_ = nullptr;
-    growable_ = 0;
+    storage_ = krInternal::AdapterStorage<T>();
     count_ = 0;
     head_ = 0;
     tail_ = 0;
@@ -257,15 +200,19 @@ KR_RET_STATUS KR_Queue<T>::initDataMembers() {
 template <class T>
 KR_RET_STATUS KR_Queue<T>::cleanupDataMembers() {
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    delete array_;
-    delete vcArray_;
-    array_ = nullptr;
-    vcArray_ = nullptr;
+    storage_.release();
     count_ = 0;
     head_ = 0;
     tail_ = 0;
     initialised_ = 0;
     return KR_RET_TRUE;
+}
+
+template <class T>
+void KR_Queue<T>::adoptStorage(KR_RET_STATUS made) {
+    // A storage object that failed to construct has reported its own failure.
+    if (made == KR_RET_ERR_MEM) KRI_FAIL(made);
+    initialised_ = made == KR_RET_TRUE;
 }
 
 #pragma pop_macro("KRI_UNIT")

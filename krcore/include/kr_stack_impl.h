@@ -5,7 +5,6 @@
 #ifndef KRCORE_KR_STACK_IMPL_H
 #define KRCORE_KR_STACK_IMPL_H
 
-#include "kr_alloc.h"
 #include "kr_array_impl.h"
 #include "kr_base.h"
 #include "kr_reporter.h"
@@ -50,20 +49,16 @@ private:
     KR_RET_STATUS initDataMembers();
     KR_RET_STATUS cleanupDataMembers();
 
+    // Takes the storage made by a constructor: the stack is initialised when it exists.
+    void adoptStorage(KR_RET_STATUS made);
+
     // Initialised with the storage of its mode.
-    KRI_INLINE bool usable() const {
-        return initialised_ && (growable_ ? vcArray_ != nullptr : array_ != nullptr);
-    }
-
-    KRI_INLINE unsigned int capacity() const {
-        return growable_ ? vcArray_->numElems() : array_->numElems();
-    }
-
-    KRI_INLINE T& slot(unsigned int i) { return growable_ ? vcArray_->at(i) : (*array_)[i]; }
+    KRI_INLINE bool usable() const { return initialised_ && storage_.exists(); }
 
     // Points the hot block at the storage block of slot i (growable mode, i below capacity).
     KRI_INLINE void warm(unsigned int i) {
-        if (growable_ && i < vcArray_->numElems()) hot_ = vcArray_->blockOf(i, hotFirst_, hotSpan_);
+        if (storage_.growable && i < storage_.capacity())
+            hot_ = storage_.vcArray->blockOf(i, hotFirst_, hotSpan_);
     }
 
     KRI_INLINE void cool() {
@@ -73,9 +68,7 @@ private:
     }
 
     unsigned char initialised_;
-    KR_Array<T>* array_;      // storage in fixed mode, else null
-    KR_VCArray<T>* vcArray_;  // storage in growable mode, else null
-    unsigned char growable_;
+    krInternal::AdapterStorage<T> storage_;
     unsigned int num_;  // elements on the stack; element i is storage slot i
     unsigned int growBy_;
     // The growable storage's block around the top of the stack: slots hotFirst_ ..
@@ -97,37 +90,15 @@ template <class T>
 KR_Stack<T>::KR_Stack(unsigned int n, unsigned char rawCopy) {
     krInternal::clearUserError();
     initDataMembers();
-    array_ = krInternal::newObject<KR_Array<T>>(n, rawCopy);
-    if (array_ == nullptr) {
-        KRI_FAIL(KR_RET_ERR_MEM);
-        return;
-    }
-    // The array has reported its own failure.
-    if (!array_->objIsEnabled()) {
-        delete array_;
-        array_ = nullptr;
-        return;
-    }
-    initialised_ = 1;
+    adoptStorage(storage_.makeFixed(n, rawCopy));
 }
 
 template <class T>
 KR_Stack<T>::KR_Stack(unsigned int a, unsigned int b, unsigned int growBy, unsigned char rawCopy) {
     krInternal::clearUserError();
     initDataMembers();
-    growable_ = 1;
     growBy_ = growBy == 0 ? 1 : growBy;
-    vcArray_ = krInternal::newObject<KR_VCArray<T>>(a, b, rawCopy);
-    if (vcArray_ == nullptr) {
-        KRI_FAIL(KR_RET_ERR_MEM);
-        return;
-    }
-    if (!vcArray_->objIsEnabled()) {
-        delete vcArray_;
-        vcArray_ = nullptr;
-        return;
-    }
-    initialised_ = 1;
+    adoptStorage(storage_.makeGrowable(a, b, rawCopy));
 }
 
 template <class T>
@@ -150,35 +121,12 @@ KR_Stack<T>& KR_Stack<T>::operator=(const KR_Stack<T>& other) {
         KRI_FAIL(KR_RET_ERR_POBJ);
         return *this;
     }
-    // A storage copy that failed inside has reported and is left with fewer elements.
-    KR_Array<T>* array = nullptr;
-    KR_VCArray<T>* vcArray = nullptr;
-    if (other.growable_) {
-        vcArray = krInternal::newObject<KR_VCArray<T>>(*other.vcArray_);
-        if (vcArray == nullptr) {
-            KRI_FAIL(KR_RET_ERR_MEM);
-            return *this;
-        }
-        if (vcArray->numElems() != other.vcArray_->numElems()) {
-            delete vcArray;
-            return *this;
-        }
-    } else {
-        array = krInternal::newObject<KR_Array<T>>(*other.array_);
-        if (array == nullptr) {
-            KRI_FAIL(KR_RET_ERR_MEM);
-            return *this;
-        }
-        if (array->numElems() != other.array_->numElems()) {
-            delete array;
-            return *this;
-        }
-    }
-    delete array_;
-    delete vcArray_;
-    array_ = array;
-    vcArray_ = vcArray;
-    growable_ = other.growable_;
+    krInternal::AdapterStorage<T> copy;
+    KR_RET_STATUS st = copy.copyOf(other.storage_);
+    if (st == KR_RET_ERR_MEM) KRI_FAIL(st);
+    if (KRI_FAILED(st)) return *this;
+    storage_.release();
+    storage_ = copy;
     num_ = other.num_;
     cool();
     growBy_ = other.growBy_;
@@ -197,12 +145,12 @@ KRI_INLINE KR_RET_STATUS KR_Stack<T>::push(T elem) {
     }
     if (!usable()) return KRI_FAIL(KR_RET_ERR_POBJ);
     KR_RET_STATUS st = KR_RET_TRUE;
-    if (num_ == capacity()) {
-        if (!growable_) return KR_RET_FALSE;
-        st = vcArray_->insElems(KR_INS_AFTER, num_ == 0 ? 0 : num_ - 1, growBy_);
+    if (num_ == storage_.capacity()) {
+        if (!storage_.growable) return KR_RET_FALSE;
+        st = storage_.vcArray->insElems(KR_INS_AFTER, num_ == 0 ? 0 : num_ - 1, growBy_);
         if (KRI_FAILED(st)) return st;
     }
-    slot(num_) = elem;
+    storage_.slot(num_) = elem;
     warm(num_);
     ++num_;
     return st;
@@ -223,7 +171,7 @@ KRI_INLINE T& KR_Stack<T>::pop() {
     if (num_ == 0) return krInternal::nullRef<T>();
     --num_;
     warm(num_);
-    return slot(num_);
+    return storage_.slot(num_);
 }
 
 template <class T>
@@ -234,7 +182,7 @@ T& KR_Stack<T>::peek(unsigned int i) {
         return krInternal::nullRef<T>();
     }
     if (i >= num_) return krInternal::nullRef<T>();
-    return slot(i);
+    return storage_.slot(i);
 }
 
 template <class T>
@@ -254,7 +202,7 @@ unsigned char KR_Stack<T>::isFull() {
         KRI_FAIL(KR_RET_ERR_POBJ);
         return 0;
     }
-    return num_ == capacity();
+    return num_ == storage_.capacity();
 }
 
 template <class T>
@@ -274,15 +222,13 @@ unsigned int KR_Stack<T>::getSize() {
         KRI_FAIL(KR_RET_ERR_POBJ);
         return 0;
     }
-    return capacity();
+    return storage_.capacity();
 }
 
 template <class T>
 KR_RET_STATUS KR_Stack<T>::initDataMembers() {
     initialised_ = 0;
-    array_ = nullptr;
-    vcArray_ = nullptr;
-    growable_ = 0;
+    storage_ = krInternal::AdapterStorage<T>();
     num_ = 0;
     growBy_ = 0;
     cool();
@@ -292,14 +238,18 @@ KR_RET_STATUS KR_Stack<T>::initDataMembers() {
 template <class T>
 KR_RET_STATUS KR_Stack<T>::cleanupDataMembers() {
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    delete array_;
-    delete vcArray_;
-    array_ = nullptr;
-    vcArray_ = nullptr;
+    storage_.release();
     num_ = 0;
     cool();
     initialised_ = 0;
     return KR_RET_TRUE;
+}
+
+template <class T>
+void KR_Stack<T>::adoptStorage(KR_RET_STATUS made) {
+    // A storage object that failed to construct has reported its own failure.
+    if (made == KR_RET_ERR_MEM) KRI_FAIL(made);
+    initialised_ = made == KR_RET_TRUE;
 }
 
 #pragma pop_macro("KRI_UNIT")

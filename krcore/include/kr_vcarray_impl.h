@@ -12,6 +12,7 @@
 #include <type_traits>
 
 #include "kr_alloc.h"
+#include "kr_array_impl.h"
 #include "kr_container.h"
 #include "kr_list_impl.h"
 #include "kr_reporter.h"
@@ -99,8 +100,6 @@ public:
 
 private:
     typedef KR_VCARR_LLIST_REC<T> Record;
-    static constexpr bool kPlain = std::is_trivially_copyable<T>::value;
-
     KR_RET_STATUS initDataMembers(unsigned int n, unsigned int blockSize, unsigned char rawCopy);
     KR_RET_STATUS cleanupDataMembers();
 
@@ -115,14 +114,14 @@ private:
                                          blockSize_);
     }
 
-    void clearFresh(T* slots, size_t n);
+    // Clears the slots from .. to - 1, which held elements.
     void clearUsed(unsigned int from, unsigned int to);
 
     KRI_INLINE void placeCursor(unsigned int i) { this->cur_.set(i, &at(i)); }
 
     KRI_INLINE void nullCursor() { this->cur_.clear(); }
 
-    unsigned int keptIndex(unsigned int n) const;
+    // Places the cursor at index, or nulls it when the list array is empty.
     void placeKept(unsigned int index);
 
     unsigned char initialised_;
@@ -159,19 +158,8 @@ KR_VCArray<T>::KR_VCArray(unsigned int n, unsigned int blockSize, unsigned char 
 }
 
 template <class T>
-KR_VCArray<T>::KR_VCArray(const KR_VCArray<T>& other)
-    : KR_IndContainer<T>(),
-      initialised_(0),
-      directory_(nullptr),
-      dirCapacity_(0),
-      numBlocks_(0),
-      blockSize_(1),
-      shift_(0),
-      pow2_(1),
-      rawCopy_(0) {
-    krInternal::clearUserError();
-    if (initDataMembers(0, other.blockSize_, 0) != KR_RET_TRUE) return;
-    *this = other;
+KR_VCArray<T>::KR_VCArray(const KR_VCArray<T>& other) : KR_VCArray(0, other.blockSize_, 0) {
+    if (initialised_) *this = other;
 }
 
 template <class T>
@@ -200,9 +188,7 @@ KR_VCArray<T>& KR_VCArray<T>::operator=(const KR_VCArray<T>& src) {
         releaseBlocks(blocksFor(n));
     }
     if (n != old) {
-        unsigned int index = 0;
-        if (this->cur_.elem != nullptr && this->cur_.index < n) index = this->cur_.index;
-        placeKept(index);
+        placeKept(this->cur_.elem != nullptr && this->cur_.index < n ? this->cur_.index : 0);
     }
     return *this;
 }
@@ -278,7 +264,7 @@ KR_RET_STATUS KR_VCArray<T>::delElems(unsigned int index, unsigned int count) {
         at(k) = at(k + count);
     // Slots past the end are kept clear, so that growing into them needs no work.
     clearUsed(n - count, n);
-    unsigned int kept = keptIndex(n - count);
+    unsigned int kept = krInternal::keptIndex(this->cur_, n - count);
     this->numElems_ = n - count;
     releaseBlocks(blocksFor(this->numElems_));
     placeKept(kept);
@@ -329,15 +315,14 @@ template <class T>
 unsigned char KR_VCArray<T>::curAtFirst() {
     krInternal::clearUserError();
     if (!initialised_) return static_cast<unsigned char>(KRI_FAIL(KR_RET_ERR_POBJ));
-    return this->cur_.elem != nullptr && this->numElems_ > 0 && this->cur_.index == 0;
+    return krInternal::cursorAt(this->cur_, this->numElems_, 0);
 }
 
 template <class T>
 unsigned char KR_VCArray<T>::curAtLast() {
     krInternal::clearUserError();
     if (!initialised_) return static_cast<unsigned char>(KRI_FAIL(KR_RET_ERR_POBJ));
-    return this->cur_.elem != nullptr && this->numElems_ > 0 &&
-           this->cur_.index + 1 == this->numElems_;
+    return krInternal::cursorAt(this->cur_, this->numElems_, this->numElems_ - 1);
 }
 
 template <class T>
@@ -350,17 +335,12 @@ KR_RET_STATUS KR_VCArray<T>::setCurLast() {
     return setCurIndex(this->numElems_ == 0 ? 0 : this->numElems_ - 1);
 }
 
+// Stepping off the front goes to an index that does not exist, which nulls the cursor.
 template <class T>
 KR_RET_STATUS KR_VCArray<T>::setCurPrev() {
     krInternal::clearUserError();
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    if (this->cur_.elem == nullptr) return KR_RET_FALSE;
-    if (this->cur_.index == 0) {
-        nullCursor();
-        return KR_RET_FALSE;
-    }
-    placeCursor(this->cur_.index - 1);
-    return KR_RET_TRUE;
+    return this->cur_.elem == nullptr ? KR_RET_FALSE : setCurIndex(this->cur_.index - 1);
 }
 
 template <class T>
@@ -386,12 +366,7 @@ template <class T>
 KR_RET_STATUS KR_VCArray<T>::getCurIndex(unsigned int& index) {
     krInternal::clearUserError();
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    if (this->cur_.elem == nullptr) {
-        index = 0;
-        return KR_RET_FALSE;
-    }
-    index = this->cur_.index;
-    return KR_RET_TRUE;
+    return krInternal::cursorIndex(this->cur_, index);
 }
 
 template <class T>
@@ -419,9 +394,7 @@ template <class T>
 KR_RET_STATUS KR_VCArray<T>::setCurElem(T elem) {
     krInternal::clearUserError();
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    if (this->cur_.elem == nullptr) return KR_RET_FALSE;
-    *this->cur_.elem = elem;
-    return KR_RET_TRUE;
+    return krInternal::writeCursor(this->cur_, elem);
 }
 
 template <class T>
@@ -496,7 +469,7 @@ KR_RET_STATUS KR_VCArray<T>::growAtEnd(unsigned int count) {
             releaseBlocks(had);
             return KRI_FAIL(KR_RET_ERR_MEM);
         }
-        clearFresh(block, blockSize_);
+        krInternal::clearFresh(block, blockSize_, rawCopy_);
         Record record;
         record.elems = block;
         record.firstIndex = b * blockSize_;
@@ -525,35 +498,9 @@ void KR_VCArray<T>::releaseBlocks(unsigned int keep) {
 }
 
 template <class T>
-void KR_VCArray<T>::clearFresh(T* slots, size_t n) {
-    if constexpr (kPlain) {
-        if (rawCopy_ || std::is_trivially_default_constructible<T>::value) {
-            memset(static_cast<void*>(slots), 0, n * sizeof(T));
-        }
-    } else if constexpr (std::is_trivially_default_constructible<T>::value) {
-        for (size_t k = 0; k < n; ++k)
-            slots[k] = T();
-    }
-}
-
-template <class T>
 void KR_VCArray<T>::clearUsed(unsigned int from, unsigned int to) {
-    for (unsigned int i = from; i < to; ++i) {
-        if constexpr (kPlain) {
-            if (rawCopy_) {
-                memset(static_cast<void*>(&at(i)), 0, sizeof(T));
-                continue;
-            }
-        }
-        at(i) = T();
-    }
-}
-
-template <class T>
-unsigned int KR_VCArray<T>::keptIndex(unsigned int n) const {
-    unsigned int index = this->cur_.elem != nullptr ? this->cur_.index : 0;
-    if (n <= index) index = n == 0 ? 0 : n - 1;
-    return index;
+    for (unsigned int i = from; i < to; ++i)
+        krInternal::clearUsed(&at(i), 1, rawCopy_);
 }
 
 template <class T>
@@ -566,6 +513,71 @@ void KR_VCArray<T>::placeKept(unsigned int index) {
 }
 
 #pragma pop_macro("KRI_UNIT")
+
+namespace krInternal {
+
+// The storage of the stack and queue adapters: a fixed-capacity KR_Array or a growable
+// KR_VCArray, chosen for life by the constructor. The adapter owns the storage object and
+// releases it with release(). The holder reports nothing itself, so that the adapter reports
+// under its own name.
+template <class T>
+struct AdapterStorage {
+    // KR_RET_ERR_MEM when the storage object could not be allocated (for the adapter to
+    // report); KR_RET_ERR_POBJ when its own construction failed (it has reported).
+    KRI_INLINE KR_RET_STATUS makeFixed(unsigned int n, unsigned char rawCopy) {
+        growable = 0;
+        return make(array, n, rawCopy);
+    }
+
+    KRI_INLINE KR_RET_STATUS makeGrowable(unsigned int a, unsigned int b, unsigned char rawCopy) {
+        growable = 1;
+        return make(vcArray, a, b, rawCopy);
+    }
+
+    // A copy of other's storage object, with make's statuses; a copy that failed inside has
+    // reported and is not kept.
+    KRI_INLINE KR_RET_STATUS copyOf(const AdapterStorage<T>& other) {
+        growable = other.growable;
+        KR_RET_STATUS st = growable ? make(vcArray, *other.vcArray) : make(array, *other.array);
+        if (st == KR_RET_TRUE && capacity() != other.capacity()) {
+            release();
+            return KR_RET_ERR_POBJ;
+        }
+        return st;
+    }
+
+    KRI_INLINE void release() {
+        delete array;
+        delete vcArray;
+        array = nullptr;
+        vcArray = nullptr;
+    }
+
+    // The storage of the current mode exists.
+    KRI_INLINE bool exists() const { return growable ? vcArray != nullptr : array != nullptr; }
+
+    KRI_INLINE unsigned int capacity() const {
+        return growable ? vcArray->numElems() : array->numElems();
+    }
+
+    KRI_INLINE T& slot(unsigned int i) { return growable ? vcArray->at(i) : (*array)[i]; }
+
+    template <class S, class... Args>
+    KRI_INLINE static KR_RET_STATUS make(S*& storage, const Args&... args) {
+        storage = newObject<S>(args...);
+        if (storage == nullptr) return KR_RET_ERR_MEM;
+        if (storage->objIsEnabled()) return KR_RET_TRUE;
+        delete storage;
+        storage = nullptr;
+        return KR_RET_ERR_POBJ;
+    }
+
+    KR_Array<T>* array = nullptr;      // storage in fixed mode, else null
+    KR_VCArray<T>* vcArray = nullptr;  // storage in growable mode, else null
+    unsigned char growable = 0;
+};
+
+}  // namespace krInternal
 
 extern template struct KR_VCARR_LLIST_REC<KR_Command*>;
 extern template class KR_API KR_Container<KR_VCARR_LLIST_REC<KR_Command*>>;
