@@ -311,6 +311,18 @@ TEST(String, TextAndBinaryPersistence) {
         EXPECT_EQ(0u, w.strLeng());
         EXPECT_KR_STATUS(KR_RET_FALSE, w.restore(version, file));
     }
+    {
+        // A string that is not initialised is reported but still reads past its entry.
+        KR_FileAscii file(path.c_str(), KR_FILE_MODE_READ);
+        krtest::ReportCapture capture;
+        KR_String& dead = krInternal::nullRef<KR_String>();
+        EXPECT_KR_STATUS(KR_RET_TRUE, dead.KR_String::restore(version, file));  // no vtable
+        EXPECT_EQ(kNotInitialised, capture.located());
+        EXPECT_EQ(nullptr, static_cast<const char*>(dead));
+        KR_String s("stale");
+        EXPECT_KR_STATUS(KR_RET_TRUE, s.restore(version, file));
+        EXPECT_EQ(0u, s.strLeng());
+    }
     path = ::testing::TempDir() + "kr_str_persist.bin";
     unsigned int written[3], read = 0;
     {
@@ -465,6 +477,15 @@ TYPED_TEST(Strings, ControlCharacterEncoding) {
               std::basic_string<C>(static_cast<const C*>(out), 12));
     EXPECT_KR_STATUS(KR_RET_TRUE, encode(out, static_cast<const C*>(nullptr)));
     EXPECT_EQ("(null)", text(out));
+    {
+        // An out that is not initialised is reported, yet the work runs and answers.
+        krtest::ReportCapture capture;
+        S& dead = krInternal::nullRef<S>();
+        EXPECT_KR_STATUS(KR_RET_TRUE, encode(dead, widen<C>("\x07").c_str()));
+        EXPECT_KR_STATUS(KR_RET_TRUE, decode(dead, widen<C>("$CHR(BEL)").c_str()));
+        EXPECT_EQ(std::string(kNotInitialised) + kNotInitialised, capture.located());
+        EXPECT_EQ(nullptr, static_cast<const C*>(dead));
+    }
 
     // Random texts round-trip, except for a "$" right before a control character, which the
     // encoding cannot tell from an escaped form.

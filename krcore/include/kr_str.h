@@ -121,7 +121,8 @@ public:
     KR_RET_STATUS persist(KR_Version& version, KR_FileAscii& file) override;
     KR_RET_STATUS persist(KR_Version& version, KR_FileBinary& file, unsigned int& written) override;
     // Empties the string, then reads the next <STRING> entry; the reader's status is returned
-    // (KR_RET_FALSE when no entry is found).
+    // (KR_RET_FALSE when no entry is found). A string that is not initialised is reported
+    // (KR_RET_ERR_POBJ) and stays as it is, but the entry is still read past.
     KR_RET_STATUS restore(KR_Version& version, KR_FileAscii& file) override;
     KR_RET_STATUS restore(KR_Version& version, KR_FileBinary& file, unsigned int& read) override;
 
@@ -319,8 +320,8 @@ KR_API KR_RET_STATUS KR_strSubstituteW(KR_StringW& out,
 // "$$CHR(". Bytes 128 to 255 (wide characters above 127) are copied unchanged. Decoding gives the
 // text back, except for a "$" directly before a control character: "$" + BEL encodes as
 // "$$CHR(BEL)", which decodes as the escaped text "$CHR(BEL)". A null text gives an empty out and
-// KR_RET_TRUE. An out that is not initialised: KR_RET_ERR_POBJ (reported), nothing done.
-// KR_RET_ERR_MEM empties out.
+// KR_RET_TRUE. An out that is not initialised is reported (KR_RET_ERR_POBJ) and left alone, but
+// the text is still encoded and that status answered. KR_RET_ERR_MEM empties out.
 KR_API KR_RET_STATUS KR_addControlChars(KR_String& out, const char* text);
 KR_API KR_RET_STATUS KR_addControlCharsW(KR_StringW& out, const wchar_t* text);
 // The inverse of KR_addControlChars: each "$CHR(name)" not preceded by "$" becomes its control

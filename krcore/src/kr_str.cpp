@@ -220,6 +220,19 @@ KR_RET_STATUS fillString(S& out, Make make, int line) {
     return st;
 }
 
+// The control-character codecs differ from fillString in one point: an out that is not
+// initialised is reported, and the work still runs and gives the answer; its result has nowhere
+// to go and is dropped.
+template <class S, class C, class Make>
+KR_RET_STATUS fillStringGoingOn(S& out, Make make, int line) {
+    if (out.objIsEnabled()) return fillString<S, C>(out, make, line);
+    krInternal::failAt(KR_RET_ERR_POBJ, KRI_UNIT, static_cast<unsigned int>(line));
+    C* result = nullptr;
+    KR_RET_STATUS st = make(result);
+    krInternal::freeBlock(result);
+    return KRI_FAILED(st) ? krInternal::failAt(st, KRI_UNIT, static_cast<unsigned int>(line)) : st;
+}
+
 // --- KR_StringArr reporting ---
 
 // Reports a failed KR_StringArr operation with its catalogue text (group 1) and "Memory error".
@@ -596,7 +609,13 @@ struct StringBody {
 
     static KR_RET_STATUS restore(S& s, KR_FileAscii& file) {
         KR_setUserError(0);
-        if (!s.initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+        if (!s.initialised_) {
+            // Reported, but the entry is still read (and dropped), so the file moves on as it
+            // would for a usable string; the reader's status is the answer.
+            KRI_FAIL(KR_RET_ERR_POBJ);
+            S dropped;
+            return readEntry(dropped, file);
+        }
         copyText(s, static_cast<const C*>(nullptr));
         return readEntry(s, file);
     }
@@ -1310,25 +1329,25 @@ KR_RET_STATUS KR_strSubstituteW(KR_StringW& out,
 
 KR_RET_STATUS KR_addControlChars(KR_String& out, const char* text) {
     KR_setUserError(0);
-    return fillString<KR_String, char>(
+    return fillStringGoingOn<KR_String, char>(
             out, [&](char*& result) { return encodeControls(result, text); }, __LINE__);
 }
 
 KR_RET_STATUS KR_addControlCharsW(KR_StringW& out, const wchar_t* text) {
     KR_setUserError(0);
-    return fillString<KR_StringW, wchar_t>(
+    return fillStringGoingOn<KR_StringW, wchar_t>(
             out, [&](wchar_t*& result) { return encodeControls(result, text); }, __LINE__);
 }
 
 KR_RET_STATUS KR_removeControlChars(KR_String& out, const char* text) {
     KR_setUserError(0);
-    return fillString<KR_String, char>(
+    return fillStringGoingOn<KR_String, char>(
             out, [&](char*& result) { return decodeControls(result, text); }, __LINE__);
 }
 
 KR_RET_STATUS KR_removeControlCharsW(KR_StringW& out, const wchar_t* text) {
     KR_setUserError(0);
-    return fillString<KR_StringW, wchar_t>(
+    return fillStringGoingOn<KR_StringW, wchar_t>(
             out, [&](wchar_t*& result) { return decodeControls(result, text); }, __LINE__);
 }
 
