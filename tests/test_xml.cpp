@@ -178,6 +178,23 @@ TEST(XmlTag, ClosedFileFailsAndEmptiesTheOutputs) {
     EXPECT_NE(std::string::npos, capture.located().find("KR_File: no file open"));
 }
 
+TEST(XmlTag, OutputsThatAreNotInitialisedAreRefused) {
+    // A failed accessor's KR_NULL_PTR reference must never receive the text that was read.
+    TagFile tags("<a>text</a>");
+    KR_String& dead = krInternal::nullRef<KR_String>();
+    KR_String content;
+    krtest::ReportCapture capture;
+    EXPECT_KR_STATUS(KR_RET_ERR_POBJ, KR_xmlReadTag(dead, tags.file, nullptr));
+    EXPECT_KR_STATUS(KR_RET_ERR_POBJ, KR_xmlReadTagContent(dead, tags.file));
+    EXPECT_KR_STATUS(KR_RET_ERR_POBJ, KR_xmlReadTagEntry(dead, tags.file, nullptr, nullptr));
+    EXPECT_KR_STATUS(KR_RET_ERR_POBJ, KR_xmlReadTagEntry(content, dead, tags.file));
+    for (unsigned char byte : KR_NULL_PTR.bytes)
+        ASSERT_EQ(0, byte);
+    EXPECT_EQ("<", tags.next());  // nothing was read
+    const std::string report = "src/kr_xml: line N: \nKorvane object not initialized\n\n";
+    EXPECT_EQ(report + report + report + report, capture.located());
+}
+
 TEST(XmlTag, AllocationFailuresEmptyTheContent) {
     KR_REQUIRE_FAULT_INJECTION();
     const std::string longContent(3000, 'v');  // several reallocations

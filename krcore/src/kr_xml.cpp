@@ -16,7 +16,11 @@ bool validTag(const char* text, size_t length, TagKind kind) {
     return length >= 4 && text[0] == '<' && text[1] == '/' && text[length - 1] == '>';
 }
 
+// Outputs are set with assignPtr, which does not look at the initialised flag: a string that is
+// not initialised (the KR_NULL_PTR block behind a failed accessor) is refused first, so that
+// nothing is ever written into the shared null block.
 KR_RET_STATUS readTag(KR_String& tag, KR_FileAscii& file, const char* expected, TagKind kind) {
+    if (!tag.objIsEnabled()) return KRI_FAIL(KR_RET_ERR_POBJ);
     tag.assignPtr(nullptr);
     char c = '\0';
     KR_RET_STATUS status;
@@ -49,6 +53,7 @@ KR_RET_STATUS scanOne(KR_FileAscii& file, wchar_t& c) {
 
 template <class Char, class Str>
 KR_RET_STATUS readContent(Str& content, KR_FileAscii& file) {
+    if (!content.objIsEnabled()) return KRI_FAIL(KR_RET_ERR_POBJ);
     content.assignPtr(nullptr);
     KR_RET_STATUS status = file.isEof();
     if (KRI_FAILED(status)) return status;
@@ -87,6 +92,9 @@ KR_RET_STATUS readEntry(Str& content,
                         KR_FileAscii& file,
                         const char* startTag,
                         const char* endTag) {
+    if (!content.objIsEnabled() || (foundTag != nullptr && !foundTag->objIsEnabled())) {
+        return KRI_FAIL(KR_RET_ERR_POBJ);
+    }
     content.assignPtr(nullptr);
     KR_String localTag;
     KR_String& tag = foundTag != nullptr ? *foundTag : localTag;
