@@ -619,6 +619,11 @@ TEST_F(FileSystem, PathComponents) {
     krtest::ReportCapture capture;
     KR_String out;
     EXPECT_KR_STATUS(KR_RET_ERR_ARG, KR_fileGetExt(out, nullptr));
+    // A failed accessor's KR_NULL_PTR reference is refused and never receives text.
+    EXPECT_KR_STATUS(KR_RET_ERR_POBJ, KR_fileGetDir(krInternal::nullRef<KR_String>(), "a/b"));
+    EXPECT_KR_STATUS(KR_RET_ERR_POBJ, KR_fileGetExtW(krInternal::nullRef<KR_StringW>(), L"c.h"));
+    for (unsigned char byte : KR_NULL_PTR.bytes)
+        ASSERT_EQ(0, byte);
 }
 
 TEST_F(FileSystem, TempNamesAreNewFiles) {

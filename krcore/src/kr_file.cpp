@@ -133,12 +133,16 @@ Unsigned loadLe(const unsigned char* bytes) {
 
 // --- string objects of either width ---
 
-// Hands a finished buffer to the string (an empty buffer leaves a null string).
+// Hands a finished buffer to the string (an empty buffer leaves a null string). assignPtr does
+// not look at the initialised flag, so a string that is not initialised (the KR_NULL_PTR block
+// behind a failed accessor) is refused here and never receives text.
 KR_RET_STATUS takeText(KR_String& out, krInternal::TextBuffer<char>& text) {
+    if (!out.objIsEnabled()) return KRI_FAIL(KR_RET_ERR_POBJ);
     return out.assignPtr(text.release());
 }
 
 KR_RET_STATUS takeText(KR_StringW& out, krInternal::TextBuffer<wchar_t>& text) {
+    if (!out.objIsEnabled()) return KRI_FAIL(KR_RET_ERR_POBJ);
     return out.assignPtr(text.release());
 }
 
