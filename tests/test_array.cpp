@@ -111,6 +111,10 @@ TEST(Array, MemMoveAndSubCopyClampAndClear) {
             {"left overlap", false, 0, 2, 3, 1, KR_RET_TRUE, {3, 4, 5, 0, 0, 6}},
             {"apart", false, 0, 3, 2, 1, KR_RET_TRUE, {4, 5, 3, 0, 0, 6}},
             {"destination clamped", false, 4, 0, 5, 0, KR_RET_TRUE, {1, 2, 3, 4, 1, 2}},
+            // Clearing tests the clamped ends, not the shorter run actually moved.
+            {"destination in clamped source", false, 4, 0, 6, 1, KR_RET_TRUE, {0, 0, 0, 0, 1, 2}},
+            {"destination end last", false, 0, 3, 6, 1, KR_RET_TRUE, {4, 5, 6, 4, 5, 6}},
+            {"source longer than destination", false, 5, 0, 3, 1, KR_RET_TRUE, {0, 0, 0, 4, 5, 1}},
             {"zero count", false, 0, 1, 0, 1, KR_RET_FALSE, {1, 2, 3, 4, 5, 6}},
             {"source out", false, 0, 6, 1, 1, KR_RET_FALSE, {1, 2, 3, 4, 5, 6}},
             // subCopy from {10..19}: the source end is clamped against this array's length.

@@ -77,7 +77,8 @@ public:
     // index clamped to n - 1; a null cursor goes to element 0 (null when n is 0).
     KR_RET_STATUS reallocate(unsigned int n);
     // Moves n elements from src to dst inside the array (overlap-safe); both ranges are clamped
-    // to the array. With clear set, the source slots the move vacated are cleared.
+    // to the array. With clear set, the clamped source range is cleared where the clamped
+    // destination range does not cover it (nothing when the destination ends on the last slot).
     KR_RET_STATUS memMove(unsigned int dst, unsigned int src, unsigned int n, unsigned char clear);
 
     KRI_INLINE unsigned char objIsEnabled() override { return initialised_; }
@@ -415,9 +416,8 @@ KR_RET_STATUS KR_Array<T>::memMove(unsigned int dst,
     unsigned int dstEnd = n - 1 > last - dst ? last : dst + n - 1;
     unsigned int moved = srcEnd - src + 1;
     if (dstEnd - dst + 1 < moved) moved = dstEnd - dst + 1;
-    // The ranges actually moved.
-    srcEnd = src + moved - 1;
-    dstEnd = dst + moved - 1;
+    // The direction and the slots cleared are decided on the clamped ranges, which may be longer
+    // than the run moved: a destination ending on the last element clears nothing.
     bool dstInSource = dst >= src && dst <= srcEnd;
     if (rawMode()) {
         memmove(static_cast<void*>(data_ + dst), static_cast<const void*>(data_ + src),
@@ -435,7 +435,7 @@ KR_RET_STATUS KR_Array<T>::memMove(unsigned int dst,
         } else if (dstEnd >= src && dstEnd <= srcEnd) {
             clearUsed(data_ + dstEnd + 1, srcEnd - dstEnd);
         } else {
-            clearUsed(data_ + src, moved);
+            clearUsed(data_ + src, srcEnd - src + 1);
         }
     }
     return KR_RET_TRUE;
