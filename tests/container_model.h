@@ -10,6 +10,7 @@
 #include <random>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "test_support.h"
@@ -50,10 +51,16 @@ inline unsigned int valueOf(const Tracked& t) {
     return static_cast<unsigned int>(*t.value);
 }
 
+// A string's text, with a null text shown apart from "".
+inline std::string valueOf(const KR_String& s) {
+    const char* text = s;
+    return text == nullptr ? "(null)" : text;
+}
+
 // The values of a container's elements in index order (walks a list from its head each time).
 template <class C>
-std::vector<unsigned int> contents(C& c) {
-    std::vector<unsigned int> out;
+auto contents(C& c) {
+    std::vector<decltype(valueOf(c[0]))> out;
     for (unsigned int i = 0; i < c.numElems(); ++i)
         out.push_back(valueOf(c[i]));
     return out;
@@ -302,7 +309,7 @@ void expectFailuresKeepContainer(Make make,
     ReportCapture capture;
     for (const FaultRow<C>& row : rows) {
         SCOPED_TRACE(row.name);
-        std::vector<unsigned int> before;
+        decltype(contents(std::declval<C&>())) before;
         unsigned int cursor = 0;
         unsigned long failures = 0;
         forEachAllocationFailure(

@@ -1,5 +1,7 @@
 // test_container.cpp — every sequence beside its model under seeded random operations, and the
 // shared default bodies and the iterator lock.
+#include <string.h>
+
 #include <memory>
 #include <type_traits>
 #include <vector>
@@ -162,6 +164,163 @@ TYPED_TEST(Container, LockDetectsReentry) {
     EXPECT_KR_STATUS(KR_RET_FALSE, c.unlock());
     EXPECT_KR_STATUS(KR_RET_FALSE, c.setCur(9));
     EXPECT_TRUE(c.curIsNull());
+}
+
+// A string whose text comes from the C library rather than through the library's allocation
+// functions, so that building an argument is not one of the allocations a walk fails.
+KR_String outside(const char* text) {
+    KR_String s;
+    s.assignPtr(strdup(text));
+    return s;
+}
+
+template <class C>
+std::unique_ptr<C> texts(std::unique_ptr<C> c, std::initializer_list<const char*> values) {
+    for (const char* v : values)
+        c->appendElem(outside(v));
+    return c;
+}
+
+// Every copying path of every sequence of strings, with the n-th allocation failing: an element
+// copy that does not arrive is a memory failure of the container operation, which leaves the
+// container holding exactly its old texts. The counts prove that the walks reach the element
+// copies (the text copies allocate too); moves of the container's own elements allocate nothing.
+TEST(ElementCopy, FailedCopiesLeaveTheOldTexts) {
+    KR_REQUIRE_FAULT_INJECTION();
+    using Array = KR_Array<KR_String>;
+    using List = KR_LList<KR_String>;
+    using VC = KR_VCArray<KR_String>;
+    auto other = texts(std::make_unique<Array>(0, 0), {"x", "y", "z"});
+    auto sameLength = texts(std::make_unique<Array>(), {"a", "b", "c", "d"});
+    auto otherList = texts(std::make_unique<List>(), {"x", "y"});
+    auto otherVC = texts(std::make_unique<VC>(0, 2, 0), {"x", "y", "z", "w", "v"});
+    auto assigned = [](auto& target, const auto& source) {
+        target = source;
+        return KR_getStatusCode();
+    };
+    // A copy is complete or, after its report, empty.
+    auto copied = [](const auto& source) {
+        std::remove_const_t<std::remove_reference_t<decltype(source)>> copy(source);
+        bool whole = copy.numElems() == source.numElems();
+        return copy.numElems() != 0 && !whole ? KR_RET_ERR_GEN : KR_getStatusCode();
+    };
+    const std::string arrayMem =
+                              krtest::statusReport("krcore/include/kr_array_impl", "Memory error"),
+                      strMem = krtest::statusReport("src/kr_str", "Memory error"),
+                      containerMem =
+                              krtest::statusReport("krcore/include/kr_container", "Memory error");
+    krtest::expectFailuresKeepContainer<Array>(
+            [] {
+                auto a = texts(std::make_unique<Array>(0, 1), {"one", "two", "three", "four"});
+                a->setCurIndex(2);
+                return a;
+            },
+            {{"insElems", 1, [](Array& a) { return a.insElems(KR_INS_AFTER, 1, 2); }},
+             {"delElems", 1, [](Array& a) { return a.delElems(1, 2); }},
+             {"reallocate", 1, [](Array& a) { return a.reallocate(6); }},
+             {"appendElem", 1, [](Array& a) { return a.appendElem(outside("new")); }},
+             {"insElem", 1, [](Array& a) { return a.insElem(KR_INS_BEFORE, 1, outside("new")); }},
+             {"addElems", 12, [&](Array& a) { return a.addElems(*other, 0); }},
+             {"subCopy", 3, [&](Array& a) { return a.subCopy(*other, 0, 1, 2); }},
+             {"memMove keeping the source", 3, [](Array& a) { return a.memMove(0, 2, 2, 0); }},
+             {"assign a shorter one", 4, [&](Array& a) { return assigned(a, *other); }},
+             {"assign one as long", 5, [&](Array& a) { return assigned(a, *sameLength); }},
+             {"copy construction", 4, [&](Array&) { return copied(*other); }}},
+            {arrayMem, strMem + arrayMem, containerMem, strMem + containerMem});
+    krtest::expectFailuresKeepContainer<List>(
+            [] {
+                auto l = texts(std::make_unique<List>(), {"one", "two", "three"});
+                l->setCurIndex(1);
+                return l;
+            },
+            {{"appendElem", 1, [](List& l) { return l.appendElem(outside("new")); }},
+             {"insElemAtCur", 2,
+              [&](List& l) { return l.insElemAtCur(KR_INS_AFTER, (*otherList)[0]); }},
+             {"addElems", 5, [&](List& l) { return l.addElems(*otherList, 1); }},
+             {"assign", 4, [&](List& l) { return assigned(l, *otherList); }},
+             {"copy construction", 4, [&](List&) { return copied(*otherList); }}},
+            {krtest::statusReport("krcore/include/kr_list_impl", "Memory error"),
+             strMem + krtest::statusReport("krcore/include/kr_list_impl", "Memory error"),
+             containerMem, strMem + containerMem});
+    krtest::expectFailuresKeepContainer<VC>(
+            [] {
+                auto v = texts(std::make_unique<VC>(0, 2, 0), {"one", "two", "three"});
+                v->setCurIndex(1);
+                return v;
+            },
+            {{"insert in the middle", 2, [](VC& v) { return v.insElems(KR_INS_BEFORE, 1, 2); }},
+             {"delElems", 0, [](VC& v) { return v.delElems(0, 2); }},
+             {"assign a longer one", 8, [&](VC& v) { return assigned(v, *otherVC); }},
+             {"copy construction", 13, [&](VC&) { return copied(*otherVC); }}},
+            {krtest::statusReport("krcore/include/kr_vcarray_impl", "Memory error"),
+             krtest::statusReport("krcore/include/kr_list_impl", "Memory error"),
+             strMem + krtest::statusReport("krcore/include/kr_vcarray_impl", "Memory error")});
+}
+
+// The adapters copy through their storage: a failed copy leaves the target stack or queue with
+// its old texts, and a push or put hands its argument over without copying it.
+TEST(ElementCopy, AdaptersKeepTheirTextsWhenACopyFails) {
+    KR_REQUIRE_FAULT_INJECTION();
+    krtest::ReportCapture capture;
+    KR_Stack<KR_String> stackSource(0, 2, 2, 0);
+    KR_Queue<KR_String> queueSource(0, 2, 2, 0);
+    for (const char* text : {"a", "b", "c"}) {
+        stackSource.push(outside(text));
+        queueSource.put(outside(text));
+    }
+    auto stackTexts = [](KR_Stack<KR_String>& s) {
+        std::string all;
+        for (unsigned int i = 0; i < s.getNum(); ++i)
+            all += krtest::valueOf(s.peek(i)) + ",";
+        return all;
+    };
+    auto queueTexts = [](KR_Queue<KR_String> q) {
+        std::string all;
+        while (!q.isEmpty())
+            all += krtest::valueOf(q.get()) + ",";
+        return all;
+    };
+    unsigned long failures = 0;
+    krtest::forEachAllocationFailure(
+            [] {
+                auto s = std::make_unique<KR_Stack<KR_String>>(2, 0);
+                s->push(outside("old"));
+                return s;
+            },
+            [&](std::unique_ptr<KR_Stack<KR_String>>& s) {
+                *s = stackSource;
+                return KR_getStatusCode();
+            },
+            [&](std::unique_ptr<KR_Stack<KR_String>>& s, KR_RET_STATUS st, unsigned long) {
+                ++failures;
+                EXPECT_KR_STATUS(KR_RET_ERR_MEM, st);
+                EXPECT_EQ("old,", stackTexts(*s));
+            });
+    krtest::forEachAllocationFailure(
+            [] {
+                auto q = std::make_unique<KR_Queue<KR_String>>(2, 0);
+                q->put(outside("old"));
+                return q;
+            },
+            [&](std::unique_ptr<KR_Queue<KR_String>>& q) {
+                *q = queueSource;
+                return KR_getStatusCode();
+            },
+            [&](std::unique_ptr<KR_Queue<KR_String>>& q, KR_RET_STATUS st, unsigned long) {
+                ++failures;
+                EXPECT_KR_STATUS(KR_RET_ERR_MEM, st);
+                EXPECT_EQ("old,", queueTexts(*q));
+            });
+    // The storage object, a side block for the copies, three texts, the directory, two blocks and
+    // their list nodes; for the stack and for the queue.
+    EXPECT_EQ(2u * 10u, failures);
+    KR_Stack<KR_String> grown(1, 1, 1, 0);
+    EXPECT_KR_OK(grown.push(outside("p")));
+    krTesting::failAllocation(1);
+    EXPECT_KR_STATUS(KR_RET_ERR_MEM, grown.push(outside("q")));
+    krTesting::failAllocation(0);
+    EXPECT_EQ("p,", stackTexts(grown));
+    EXPECT_EQ("a,b,c,", queueTexts(queueSource));
 }
 
 }  // namespace

@@ -20,8 +20,11 @@
 // memory copies, and new or vacated slots are zero-filled; with rawCopy zero they are moved by
 // assignment and new slots keep their default value. An element type that is not trivially
 // copyable is always moved by assignment (and cleared with its default value), whatever rawCopy
-// says, so that no element is duplicated or lost by a byte copy. Every failed allocation leaves
-// the array as it was. After a failed construction every operation answers KR_RET_ERR_POBJ.
+// says, so that no element is duplicated or lost by a byte copy. Elements are copied through
+// KR_ElemCopy: a failed allocation or an element copy that did not arrive is answered with
+// KR_RET_ERR_MEM and leaves the array as it was, and operations that only rearrange elements
+// (resizes, insertion, deletion) move elements whose copy may fail instead of copying them.
+// After a failed construction every operation answers KR_RET_ERR_POBJ.
 template <class T>
 class KR_Array : public KR_IndContainer<T> {
 public:
@@ -31,9 +34,10 @@ public:
     // Starts empty with rawCopy zero and assigns from other.
     KR_Array(const KR_Array<T>& other);
     ~KR_Array() override;
-    // Copies src's elements and rawCopy. When the lengths differ the block is replaced (a failed
-    // allocation is reported and changes nothing) and the cursor keeps its index if that index is
-    // still inside the new length, else it goes to element 0. The cursor is never copied.
+    // Copies src's elements and rawCopy. When the lengths differ the block is replaced and the
+    // cursor keeps its index if that index is still inside the new length, else it goes to
+    // element 0. The cursor is never copied. A failed allocation or element copy is reported
+    // (KR_RET_ERR_MEM) and changes nothing.
     KR_Array<T>& operator=(const KR_Array<T>& src);
 
     T& operator[](unsigned int i) override;
@@ -110,8 +114,13 @@ private:
 
     KRI_INLINE bool rawMode() const { return kPlain && rawCopy_ != 0; }
 
-    // Copies n elements between blocks that do not overlap.
-    void copyElems(T* dst, const T* src, size_t n);
+    // Moves the run of n elements at src to dst inside the block, backwards when backwards is
+    // set. Elements whose copy may fail are exchanged, so the slots the run leaves hold the
+    // values it overwrote: callers clear them.
+    void shiftElems(unsigned int dst, unsigned int src, unsigned int n, bool backwards);
+    // Copies the n elements at from over the n slots at to (which may overlap, in this array or
+    // another) through KR_ElemCopy; all copies are made before a slot changes.
+    KR_RET_STATUS copyOver(T* to, const T* from, unsigned int n);
 
     KRI_INLINE void clearUsed(T* slots, size_t n) { krInternal::clearUsed(slots, n, rawCopy_); }
 
@@ -167,20 +176,30 @@ KR_Array<T>& KR_Array<T>::operator=(const KR_Array<T>& src) {
         return *this;
     }
     unsigned int n = src.numElems_;
-    if (n != this->numElems_) {
-        T* block = nullptr;
-        if (n > 0) {
-            block = krInternal::newArray<T>(n);
-            if (block == nullptr) {
-                KRI_FAIL(KR_RET_ERR_MEM);
-                return *this;
-            }
-        }
-        adoptBlock(block, n,
-                   this->cur_.elem != nullptr && this->cur_.index < n ? this->cur_.index : 0);
+    bool raw = src.rawCopy_ != 0;
+    if (n == this->numElems_ && !krInternal::kFallibleElem<T>) {
+        rawCopy_ = src.rawCopy_;
+        krInternal::copyElems(data_, src.data_, n, raw);
+        return *this;
     }
+    // Copies that may fail go to a new block first, so that a failure changes nothing.
+    T* block = nullptr;
+    if (n > 0) {
+        block = krInternal::newArray<T>(n);
+        if (block == nullptr) {
+            KRI_FAIL(KR_RET_ERR_MEM);
+            return *this;
+        }
+        if (!krInternal::copyElems(block, src.data_, n, raw)) {
+            delete[] block;
+            KRI_FAIL(KR_RET_ERR_MEM);
+            return *this;
+        }
+    }
+    bool keepNull = n == this->numElems_ && this->cur_.elem == nullptr;
+    adoptBlock(block, n, this->cur_.elem != nullptr && this->cur_.index < n ? this->cur_.index : 0);
+    if (keepNull) nullCursor();
     rawCopy_ = src.rawCopy_;
-    copyElems(data_, src.data_, n);
     return *this;
 }
 
@@ -216,23 +235,7 @@ KR_RET_STATUS KR_Array<T>::subCopy(const KR_Array<T>& src,
     if (srcEnd < srcIndex) return KR_RET_FALSE;
     unsigned long long moved = srcEnd - srcIndex + 1;
     if (dstEnd - dstIndex + 1 < moved) moved = dstEnd - dstIndex + 1;
-    T* to = data_ + dstIndex;
-    const T* from = src.data_ + srcIndex;
-    if constexpr (kPlain) {
-        if (rawCopy_) {
-            memmove(static_cast<void*>(to), static_cast<const void*>(from), moved * sizeof(T));
-            return KR_RET_TRUE;
-        }
-    }
-    // A copy within this array may overlap: copy backwards when moving right.
-    if (from < to) {
-        for (size_t k = moved; k > 0; --k)
-            to[k - 1] = from[k - 1];
-    } else if (from != to) {
-        for (size_t k = 0; k < moved; ++k)
-            to[k] = from[k];
-    }
-    return KR_RET_TRUE;
+    return copyOver(data_ + dstIndex, src.data_ + srcIndex, static_cast<unsigned int>(moved));
 }
 
 template <class T>
@@ -296,8 +299,8 @@ KR_RET_STATUS KR_Array<T>::insElems(KR_INS_METHOD method,
         T* block = krInternal::newArray<T>(static_cast<size_t>(n) + count);
         if (block == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
         unsigned int split = method != KR_INS_BEFORE ? index + 1 : index;
-        copyElems(block, data_, split);
-        copyElems(block + split + count, data_ + split, n - split);
+        krInternal::relocateElems(block, data_, split, rawCopy_);
+        krInternal::relocateElems(block + split + count, data_ + split, n - split, rawCopy_);
         krInternal::clearFresh(block + split, count, rawCopy_);
         adoptBlock(block, n + count, this->cur_.elem != nullptr ? this->cur_.index : 0);
         return KR_RET_TRUE;
@@ -305,12 +308,10 @@ KR_RET_STATUS KR_Array<T>::insElems(KR_INS_METHOD method,
     unsigned int at = index;
     if (method == KR_INS_AFTER) ++at;
     if (count < n && at <= n - count - 1) {
-        KR_RET_STATUS st = memMove(at + count, at, n - count - at, 1);
-        if (KRI_FAILED(st)) return st;
-        // The move clears only the slots it vacated; a gap wider than the moved run also held
-        // elements that fell off the end.
+        // The whole opened gap is cleared: a gap wider than the moved run also held elements
+        // that fell off the end.
+        shiftElems(at + count, at, n - count - at, true);
         clearUsed(data_ + at, count);
-        return st;
     }
     return KR_RET_TRUE;
 }
@@ -331,7 +332,7 @@ KR_RET_STATUS KR_Array<T>::delElems(unsigned int index, unsigned int count, unsi
     if (count > n - index) count = n - index;
     unsigned int rest = n - index - count;
     if (!shrink) {
-        if (rest > 0) memMove(index, index + count, rest, 0);
+        if (rest > 0) shiftElems(index, index + count, rest, false);
         clearUsed(data_ + (n - count), count);
         return KR_RET_TRUE;
     }
@@ -342,8 +343,8 @@ KR_RET_STATUS KR_Array<T>::delElems(unsigned int index, unsigned int count, unsi
     if (newLength > 0) {
         block = krInternal::newArray<T>(newLength);
         if (block == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
-        copyElems(block, data_, index);
-        copyElems(block + index, data_ + index + count, rest);
+        krInternal::relocateElems(block, data_, index, rawCopy_);
+        krInternal::relocateElems(block + index, data_ + index + count, rest, rawCopy_);
     }
     adoptBlock(block, newLength, keptIndex(newLength));
     return KR_RET_TRUE;
@@ -355,7 +356,7 @@ KR_RET_STATUS KR_Array<T>::appendElem(T elem) {
     unsigned int n = this->numElems_;
     KR_RET_STATUS st = insElems(KR_INS_AFTER, n == 0 ? 0 : n - 1, 1, 1);
     if (KRI_FAILED(st)) return st;
-    data_[this->numElems_ - 1] = elem;
+    krInternal::takeElem(data_[this->numElems_ - 1], elem);
     return KR_RET_TRUE;
 }
 
@@ -364,7 +365,7 @@ KR_RET_STATUS KR_Array<T>::preappendElem(T elem) {
     krInternal::clearUserError();
     KR_RET_STATUS st = insElems(KR_INS_BEFORE, 0, 1, 1);
     if (KRI_FAILED(st)) return st;
-    data_[0] = elem;
+    krInternal::takeElem(data_[0], elem);
     return KR_RET_TRUE;
 }
 
@@ -395,7 +396,7 @@ KR_RET_STATUS KR_Array<T>::reallocate(unsigned int n) {
         if (block == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
     }
     unsigned int kept = n < this->numElems_ ? n : this->numElems_;
-    copyElems(block, data_, kept);
+    krInternal::relocateElems(block, data_, kept, rawCopy_);
     krInternal::clearFresh(block + kept, n - kept, rawCopy_);
     adoptBlock(block, n, keptIndex(n));
     return KR_RET_TRUE;
@@ -419,16 +420,12 @@ KR_RET_STATUS KR_Array<T>::memMove(unsigned int dst,
     // The direction and the slots cleared are decided on the clamped ranges, which may be longer
     // than the run moved: a destination ending on the last element clears nothing.
     bool dstInSource = dst >= src && dst <= srcEnd;
-    if (rawMode()) {
-        memmove(static_cast<void*>(data_ + dst), static_cast<const void*>(data_ + src),
-                static_cast<size_t>(moved) * sizeof(T));
-    } else if (dstInSource) {
-        for (unsigned int k = moved; k > 0; --k)
-            data_[dst + k - 1] = data_[src + k - 1];
-    } else {
-        for (unsigned int k = 0; k < moved; ++k)
-            data_[dst + k] = data_[src + k];
+    if (!clear && krInternal::kFallibleElem<T> && !rawMode()) {
+        // The source keeps its elements, so they are copies, all made before a slot changes.
+        return copyOver(data_ + dst, data_ + src, moved);
     }
+    // Slots the move leaves behind are cleared below, so elements may be exchanged.
+    shiftElems(dst, src, moved, dstInSource);
     if (clear) {
         if (dstInSource) {
             clearUsed(data_ + src, dst - src);
@@ -556,17 +553,48 @@ KR_RET_STATUS KR_Array<T>::cleanupDataMembers() {
 }
 
 template <class T>
-void KR_Array<T>::copyElems(T* dst, const T* src, size_t n) {
-    if constexpr (kPlain) {
-        if (rawCopy_) {
-            if (n > 0) {
-                memcpy(static_cast<void*>(dst), static_cast<const void*>(src), n * sizeof(T));
-            }
-            return;
+void KR_Array<T>::shiftElems(unsigned int dst, unsigned int src, unsigned int n, bool backwards) {
+    if (rawMode()) {
+        memmove(static_cast<void*>(data_ + dst), static_cast<const void*>(data_ + src),
+                static_cast<size_t>(n) * sizeof(T));
+        return;
+    }
+    for (unsigned int k = 0; k < n; ++k) {
+        unsigned int i = backwards ? n - 1 - k : k;
+        if constexpr (krInternal::kFallibleElem<T>) {
+            krInternal::exchangeElems(data_[dst + i], data_[src + i]);
+        } else {
+            data_[dst + i] = data_[src + i];
         }
     }
-    for (size_t k = 0; k < n; ++k)
-        dst[k] = src[k];
+}
+
+template <class T>
+KR_RET_STATUS KR_Array<T>::copyOver(T* to, const T* from, unsigned int n) {
+    if (to == from || n == 0) return KR_RET_TRUE;
+    if (rawMode()) {
+        memmove(static_cast<void*>(to), static_cast<const void*>(from), n * sizeof(T));
+        return KR_RET_TRUE;
+    }
+    if constexpr (krInternal::kFallibleElem<T>) {
+        T* copies = krInternal::newArray<T>(n);
+        if (copies == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
+        if (!krInternal::copyElems(copies, from, n, false)) {
+            delete[] copies;
+            return KRI_FAIL(KR_RET_ERR_MEM);
+        }
+        for (unsigned int k = 0; k < n; ++k)
+            krInternal::exchangeElems(to[k], copies[k]);
+        delete[] copies;
+    } else if (from < to) {
+        // Overlapping runs within one array: copy backwards when moving right.
+        for (unsigned int k = n; k > 0; --k)
+            to[k - 1] = from[k - 1];
+    } else {
+        for (unsigned int k = 0; k < n; ++k)
+            to[k] = from[k];
+    }
+    return KR_RET_TRUE;
 }
 
 template <class T>

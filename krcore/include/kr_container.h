@@ -10,6 +10,7 @@
 #include <string.h>
 
 #include <type_traits>
+#include <utility>
 
 #include "kr_base.h"
 #include "kr_globals.h"
@@ -42,6 +43,34 @@ struct KR_IteratorElem {
     unsigned int index = 0;
     T* elem = nullptr;  // null when there is no current element (array and list array)
     uintptr_t node = 0;
+};
+
+// KR_ElemCopy — how the containers copy an element, and whether the copy arrived. The primary
+// template assigns and trusts the result. An element type that owns memory, and that answers a
+// failed copy with its state instead of an exception, specialises it; the containers then answer
+// KR_RET_ERR_MEM and keep their old elements instead of holding a half copy. Such a type must also
+// move (move construction and move assignment) without allocating, and assigning it a
+// default-constructed value must never fail: the containers move and clear elements in place.
+//
+//   template <>
+//   struct KR_ElemCopy<MyText> {
+//       static constexpr bool kMayFail = true;
+//       static bool copy(MyText& dst, const MyText& src) {
+//           dst = src;
+//           return dst.size() == src.size();
+//       }
+//   };
+template <class T>
+struct KR_ElemCopy {
+    // True when copy can answer false.
+    static constexpr bool kMayFail = false;
+
+    // Assigns src to dst; false when the copy did not arrive (dst may then hold anything that
+    // its own assignment leaves after a failure).
+    static bool copy(T& dst, const T& src) {
+        dst = src;
+        return true;
+    }
 };
 
 // Every member function of the container templates that is defined in its header is always
@@ -82,16 +111,107 @@ KRI_INLINE unsigned char cursorAt(const KR_IteratorElem<T>& cur, unsigned int n,
     return cur.elem != nullptr && n > 0 && cur.index == i;
 }
 
-template <class T>
-KRI_INLINE KR_RET_STATUS writeCursor(const KR_IteratorElem<T>& cur, const T& elem) {
-    if (cur.elem == nullptr) return KR_RET_FALSE;
-    *cur.elem = elem;
-    return KR_RET_TRUE;
-}
-
 // Byte copies and zero-filling apply only to element types that survive them.
 template <class T>
 constexpr bool kPlainElem = std::is_trivially_copyable<T>::value;
+
+// True when copying a T can fail: such elements are moved, never copied, wherever a container
+// only rearranges its own elements.
+template <class T>
+constexpr bool kFallibleElem = KR_ElemCopy<T>::kMayFail;
+
+// Exchanges two elements. Element types whose copy may fail move without failing.
+template <class T>
+KRI_INLINE void exchangeElems(T& a, T& b) {
+    using std::swap;
+    swap(a, b);
+}
+
+// Copies src into dst through the element contract. For an element whose copy may fail, dst
+// keeps its old value when the copy does not arrive.
+template <class T>
+KRI_INLINE bool assignElem(T& dst, const T& src) {
+    if constexpr (kFallibleElem<T>) {
+        T copy;
+        if (!KR_ElemCopy<T>::copy(copy, src)) return false;
+        exchangeElems(dst, copy);
+        return true;
+    } else {
+        dst = src;
+        return true;
+    }
+}
+
+// Gives a slot the value of an argument that the operation received by value (its own copy):
+// an element whose copy may fail hands its contents over, so nothing can fail here.
+template <class T>
+KRI_INLINE void takeElem(T& slot, T& value) {
+    if constexpr (kFallibleElem<T>) {
+        exchangeElems(slot, value);
+    } else {
+        slot = value;
+    }
+}
+
+// A checked copy of value for an operation that takes its element by value: an element whose
+// copy may fail is copied through the contract and then moved into the parameter.
+template <class T>
+KRI_INLINE bool probeCopy(T& probe, const T& value) {
+    if constexpr (kFallibleElem<T>) {
+        return KR_ElemCopy<T>::copy(probe, value);
+    } else {
+        probe = value;
+        return true;
+    }
+}
+
+// n copies of src into dst (blocks that do not overlap); raw copies bytes of plain elements.
+// False when an element copy did not arrive.
+template <class T>
+KRI_INLINE bool copyElems(T* dst, const T* src, size_t n, bool raw) {
+    if constexpr (kPlainElem<T>) {
+        if (raw) {
+            if (n > 0) {
+                memcpy(static_cast<void*>(dst), static_cast<const void*>(src), n * sizeof(T));
+            }
+            return true;
+        }
+    }
+    for (size_t k = 0; k < n; ++k) {
+        if (!KR_ElemCopy<T>::copy(dst[k], src[k])) return false;
+    }
+    return true;
+}
+
+// Carries n elements from an old block that is about to be released into a new one: bytes for
+// plain elements in raw mode, moves for elements whose copy may fail (so nothing can fail),
+// assignment otherwise.
+template <class T>
+KRI_INLINE void relocateElems(T* dst, T* src, size_t n, bool raw) {
+    if constexpr (kPlainElem<T>) {
+        if (raw) {
+            if (n > 0) {
+                memcpy(static_cast<void*>(dst), static_cast<const void*>(src), n * sizeof(T));
+            }
+            return;
+        }
+    }
+    for (size_t k = 0; k < n; ++k) {
+        if constexpr (kFallibleElem<T>) {
+            exchangeElems(dst[k], src[k]);
+        } else {
+            dst[k] = src[k];
+        }
+    }
+}
+
+// Gives the current element the value of a by-value argument; KR_RET_FALSE for a null cursor.
+template <class T>
+KRI_INLINE KR_RET_STATUS writeCursor(const KR_IteratorElem<T>& cur, T& elem) {
+    if (cur.elem == nullptr) return KR_RET_FALSE;
+    takeElem(*cur.elem, elem);
+    return KR_RET_TRUE;
+}
 
 // Clears n slots fresh from array-new: zeros in raw mode and for types whose default
 // construction leaves them undetermined; other types keep their default value.
@@ -197,6 +317,16 @@ public:
     virtual KR_RET_STATUS delElems(unsigned int index, unsigned int count) = 0;
     virtual KR_RET_STATUS appendElem(T elem) = 0;
     virtual KR_RET_STATUS preappendElem(T elem) = 0;
+
+private:
+    // held = hasElem(value), asked with a copy made through KR_ElemCopy; false when that copy
+    // did not arrive.
+    bool holds(const T& value, bool& held);
+    // Exchanges two elements through a temporary copy; elements whose copy may fail are moved.
+    static void exchange(T& a, T& b);
+    // A new block holding copies of other's elements; false (nothing kept) when the block or a
+    // copy did not arrive.
+    static bool stage(KR_OrdContainer<T>& other, T*& block);
 };
 
 // KR_IndContainer — a sequence with a built-in cursor (the second base). The concrete class
@@ -251,7 +381,7 @@ KR_RET_STATUS KR_OrdContainer<T>::insElem(KR_INS_METHOD method, unsigned int ind
     T& slot = (*this)[method != KR_INS_BEFORE ? index + 1 : index];
     // The access has reported the bad index; the shared null block must stay zero.
     if (krInternal::isNullRef(slot)) return KR_RET_ERR_ARG;
-    slot = elem;
+    krInternal::takeElem(slot, elem);
     return KR_RET_TRUE;
 }
 
@@ -262,20 +392,43 @@ KR_RET_STATUS KR_OrdContainer<T>::addElems(KR_OrdContainer<T>& other,
     if (&other == this) return KR_RET_FALSE;
     unsigned int otherCount = other.numElems();
     unsigned int count = 0;
+    bool held = false;
     for (unsigned int i = 0; i < otherCount; ++i) {
-        if (allowDuplicates || !this->hasElem(other[i])) ++count;
+        if (!allowDuplicates && !holds(other[i], held)) return KRI_FAIL(KR_RET_ERR_MEM);
+        if (allowDuplicates || !held) ++count;
+    }
+    // Elements whose copy may fail are copied before the container changes (with the copies
+    // that the second pass asks hasElem with), so that a copy that does not arrive leaves the
+    // container as it was; the new slots then take them over.
+    T* values = nullptr;
+    T* probes = nullptr;
+    if constexpr (krInternal::kFallibleElem<T>) {
+        bool arrived = otherCount == 0 || stage(other, values);
+        if (arrived && !allowDuplicates && otherCount > 0) arrived = stage(other, probes);
+        if (!arrived) {
+            delete[] values;
+            return KRI_FAIL(KR_RET_ERR_MEM);
+        }
     }
     unsigned int first = this->numElems_;
     // After the last element; the linked list, unlike the arrays, does not move an index past
     // its end to the end. A count of 0 answers KR_RET_FALSE, which is not a failure.
     KR_RET_STATUS st = insElems(KR_INS_AFTER, first == 0 ? 0 : first - 1, count);
-    if (KRI_FAILED(st)) return st;
-    if (this->numElems_ < first + count) return KR_RET_TRUE;
     unsigned int next = first;
-    for (unsigned int i = 0; i < otherCount && next < first + count; ++i) {
-        if (!allowDuplicates && this->hasElem(other[i])) continue;
-        (*this)[next++] = other[i];
+    if (!KRI_FAILED(st) && this->numElems_ >= first + count) {
+        for (unsigned int i = 0; i < otherCount && next < first + count; ++i) {
+            if constexpr (krInternal::kFallibleElem<T>) {
+                if (!allowDuplicates && this->hasElem(static_cast<T&&>(probes[i]))) continue;
+                krInternal::takeElem((*this)[next++], values[i]);
+            } else {
+                if (!allowDuplicates && this->hasElem(other[i])) continue;
+                (*this)[next++] = other[i];
+            }
+        }
     }
+    delete[] values;
+    delete[] probes;
+    if (KRI_FAILED(st)) return st;
     return KR_RET_TRUE;
 }
 
@@ -284,7 +437,9 @@ KR_RET_STATUS KR_OrdContainer<T>::removeElems(KR_OrdContainer<T>& other) {
     krInternal::clearUserError();
     if (&other == this) return KR_RET_FALSE;
     for (unsigned int i = 0; i < other.numElems(); ++i) {
-        KR_RET_STATUS st = this->delElem(other[i]);
+        T value;
+        if (!krInternal::probeCopy(value, other[i])) return KRI_FAIL(KR_RET_ERR_MEM);
+        KR_RET_STATUS st = this->delElem(static_cast<T&&>(value));
         if (KRI_FAILED(st)) return st;
     }
     return KR_RET_TRUE;
@@ -309,11 +464,8 @@ KR_RET_STATUS KR_OrdContainer<T>::reverse() {
     unsigned int n = this->numElems_;
     if (n < 2) return KR_RET_TRUE;
     // The middle element of an odd count is exchanged with itself.
-    for (unsigned int i = 0; i <= n - 1 - i; ++i) {
-        T tmp = (*this)[i];
-        (*this)[i] = (*this)[n - 1 - i];
-        (*this)[n - 1 - i] = tmp;
-    }
+    for (unsigned int i = 0; i <= n - 1 - i; ++i)
+        exchange((*this)[i], (*this)[n - 1 - i]);
     return KR_RET_TRUE;
 }
 
@@ -322,10 +474,40 @@ KR_RET_STATUS KR_OrdContainer<T>::swap(unsigned int i, unsigned int j) {
     krInternal::clearUserError();
     if (i >= this->numElems_ || j >= this->numElems_) return KRI_FAIL(KR_RET_ERR_ARG);
     if (i == j) return KR_RET_TRUE;
-    T tmp = (*this)[i];
-    (*this)[i] = (*this)[j];
-    (*this)[j] = tmp;
+    exchange((*this)[i], (*this)[j]);
     return KR_RET_TRUE;
+}
+
+template <class T>
+bool KR_OrdContainer<T>::holds(const T& value, bool& held) {
+    T probe;
+    if (!krInternal::probeCopy(probe, value)) return false;
+    held = this->hasElem(static_cast<T&&>(probe)) != 0;
+    return true;
+}
+
+template <class T>
+bool KR_OrdContainer<T>::stage(KR_OrdContainer<T>& other, T*& block) {
+    unsigned int n = other.numElems();
+    block = krInternal::newArray<T>(n);
+    bool arrived = block != nullptr;
+    for (unsigned int i = 0; arrived && i < n; ++i)
+        arrived = KR_ElemCopy<T>::copy(block[i], other[i]);
+    if (arrived) return true;
+    delete[] block;
+    block = nullptr;
+    return false;
+}
+
+template <class T>
+void KR_OrdContainer<T>::exchange(T& a, T& b) {
+    if constexpr (krInternal::kFallibleElem<T>) {
+        krInternal::exchangeElems(a, b);
+    } else {
+        T tmp = a;
+        a = b;
+        b = tmp;
+    }
 }
 
 // The defaults of the cursor side report under the iterator's name.
@@ -351,7 +533,7 @@ template <class T>
 KR_RET_STATUS KR_IndContainer<T>::addElem(T elem) {
     krInternal::clearUserError();
     if (!objIsEnabled()) return KRI_FAIL(KR_RET_ERR_POBJ);
-    KR_RET_STATUS st = this->appendElem(elem);
+    KR_RET_STATUS st = this->appendElem(static_cast<T&&>(elem));
     if (KRI_FAILED(st)) return st;
     return KR_RET_TRUE;
 }
@@ -360,7 +542,7 @@ template <class T>
 KR_RET_STATUS KR_IndContainer<T>::delElem(T elem) {
     krInternal::clearUserError();
     if (!objIsEnabled()) return KRI_FAIL(KR_RET_ERR_POBJ);
-    KR_RET_STATUS st = this->setCur(elem);
+    KR_RET_STATUS st = this->setCur(static_cast<T&&>(elem));
     if (KRI_FAILED(st)) return st;
     if (st == KR_RET_FALSE) return KR_RET_FALSE;
     st = delCurElem(0);
@@ -374,7 +556,7 @@ KR_RET_STATUS KR_IndContainer<T>::insertElemAtCur(KR_INS_METHOD method, T elem) 
     unsigned int index = 0;
     KR_RET_STATUS st = this->getCurIndex(index);
     if (KRI_FAILED(st)) return st;
-    st = this->insElem(method, index, elem);
+    st = this->insElem(method, index, static_cast<T&&>(elem));
     if (KRI_FAILED(st)) return st;
     return st == KR_RET_FALSE ? KR_RET_FALSE : KR_RET_TRUE;
 }

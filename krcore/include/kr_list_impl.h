@@ -49,7 +49,8 @@ public:
 // node; the cursor is null exactly when that word is. Two rules differ from the arrays on
 // purpose: setCurNext from the tail (and setCurPrev from the head) answers KR_RET_TRUE with a
 // null cursor, and an index past the end is refused (KR_RET_FALSE) instead of being moved to the
-// end. A failed node allocation leaves the list as it was.
+// end. A failed node allocation, or an element copy that did not arrive (KR_ElemCopy), is
+// answered with KR_RET_ERR_MEM and leaves the list as it was.
 template <class T>
 class KR_LList : public KR_IndContainer<T> {
 public:
@@ -58,7 +59,8 @@ public:
     KR_LList(const KR_LList<T>& other);
     ~KR_LList() override;
     // Copies of src's elements in order, replacing this list's nodes; the cursor becomes null.
-    // Either side not initialised: reported, nothing changes.
+    // Either side not initialised, or a failed allocation or element copy: reported, nothing
+    // changes.
     KR_LList<T>& operator=(const KR_LList<T>& src);
     // Equal length and pairwise equal elements; the cursors are not moved.
     unsigned char operator==(const KR_LList<T>& other) const;
@@ -177,15 +179,22 @@ KR_LList<T>& KR_LList<T>::operator=(const KR_LList<T>& src) {
         KRI_FAIL(KR_RET_ERR_MEM);
         return *this;
     }
+    Node* node = chain;
+    for (const Node* from = src.first_; from != nullptr; from = from->next, node = node->next) {
+        if (!KR_ElemCopy<T>::copy(node->elem, from->elem)) {
+            deleteChain(chain);
+            KRI_FAIL(KR_RET_ERR_MEM);
+            return *this;
+        }
+    }
     deleteChain(first_);
     first_ = nullptr;
     last_ = nullptr;
     this->numElems_ = 0;
     nullCursor();
-    for (const Node* from = src.first_; from != nullptr; from = from->next) {
-        Node* node = chain;
+    while (chain != nullptr) {
+        node = chain;
         chain = chain->next;
-        node->elem = from->elem;
         appendNode(node);
     }
     return *this;
@@ -230,8 +239,12 @@ KR_RET_STATUS KR_LList<T>::insElemAtCur(KR_INS_METHOD method, T& elem) {
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
     if (this->numElems_ == 0) return appendElem(elem);
     if (curNode() == nullptr) return KRI_FAIL(KR_RET_ERR_CALL);
-    Node* node = krInternal::newObject<Node>(elem);
+    Node* node = krInternal::newObject<Node>();
     if (node == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
+    if (!KR_ElemCopy<T>::copy(node->elem, elem)) {
+        delete node;
+        return KRI_FAIL(KR_RET_ERR_MEM);
+    }
     return insNodeAtCur(method, node);
 }
 
@@ -239,8 +252,9 @@ template <class T>
 KR_RET_STATUS KR_LList<T>::appendElem(T elem) {
     krInternal::clearUserError();
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    Node* node = krInternal::newObject<Node>(elem);
+    Node* node = krInternal::newObject<Node>();
     if (node == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
+    krInternal::takeElem(node->elem, elem);
     return appendNode(node);
 }
 
@@ -248,8 +262,9 @@ template <class T>
 KR_RET_STATUS KR_LList<T>::preappendElem(T elem) {
     krInternal::clearUserError();
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    Node* node = krInternal::newObject<Node>(elem);
+    Node* node = krInternal::newObject<Node>();
     if (node == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
+    krInternal::takeElem(node->elem, elem);
     node->next = first_;
     if (first_ != nullptr) {
         first_->prev = node;
@@ -523,7 +538,7 @@ KR_RET_STATUS KR_LList<T>::setCurElem(T elem) {
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
     Node* node = curNode();
     if (node == nullptr) return KR_RET_FALSE;
-    node->elem = elem;
+    krInternal::takeElem(node->elem, elem);
     return KR_RET_TRUE;
 }
 
@@ -574,7 +589,11 @@ KR_RET_STATUS KR_LList<T>::appendNode(Node* node) {
 template <class T>
 KR_RET_STATUS KR_LList<T>::insNodeAtCur(KR_INS_METHOD method, Node* node) {
     if (node == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
-    if (this->numElems_ == 0) return appendElem(node->elem);
+    if (this->numElems_ == 0) {
+        T value;
+        if (!krInternal::probeCopy(value, node->elem)) return KRI_FAIL(KR_RET_ERR_MEM);
+        return appendElem(static_cast<T&&>(value));
+    }
     Node* current = curNode();
     if (current == nullptr) return KRI_FAIL(KR_RET_ERR_CALL);
     if (method == KR_INS_BEFORE) {

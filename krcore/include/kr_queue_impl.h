@@ -142,7 +142,7 @@ KR_RET_STATUS KR_Queue<T>::put(T elem) {
         head_ = 0;
         tail_ = 0;
     }
-    storage_.slot(tail_) = elem;
+    krInternal::takeElem(storage_.slot(tail_), elem);
     if (++tail_ >= storage_.capacity()) tail_ = 0;
     ++count_;
     return st;

@@ -139,7 +139,7 @@ KRI_INLINE KR_RET_STATUS KR_Stack<T>::push(T elem) {
     krInternal::clearUserError();
     // The common case of the undo stack first: a free slot in the hot block.
     if (num_ - hotFirst_ < hotSpan_) {
-        hot_[num_ - hotFirst_] = elem;
+        krInternal::takeElem(hot_[num_ - hotFirst_], elem);
         ++num_;
         return KR_RET_TRUE;
     }
@@ -150,7 +150,7 @@ KRI_INLINE KR_RET_STATUS KR_Stack<T>::push(T elem) {
         st = storage_.vcArray->insElems(KR_INS_AFTER, num_ == 0 ? 0 : num_ - 1, growBy_);
         if (KRI_FAILED(st)) return st;
     }
-    storage_.slot(num_) = elem;
+    krInternal::takeElem(storage_.slot(num_), elem);
     warm(num_);
     ++num_;
     return st;

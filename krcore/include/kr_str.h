@@ -37,12 +37,28 @@ public:
     KR_String(const wchar_t* text);
     // A source that is not initialised is reported (KR_RET_ERR_POBJ); the copy is then null.
     KR_String(const KR_String& other);
+
+    // Takes other's text without copying, so it never fails; other is left empty.
+    KR_String(KR_String&& other) noexcept : KR_String() { *this = static_cast<KR_String&&>(other); }
+
     ~KR_String() override;
 
     // On a string that is not initialised: KR_RET_ERR_POBJ reported, the KR_NULL_PTR reference
     // returned; a source string that is not initialised is reported and changes nothing.
     // Otherwise the old text is replaced; a failed copy leaves a null string.
     KR_String& operator=(const KR_String& other);
+
+    // Exchanges the texts of two initialised strings without copying (other is left with the old
+    // text); otherwise as the copy assignment.
+    KR_String& operator=(KR_String&& other) noexcept {
+        if (!initialised_ || !other.initialised_)
+            return *this = static_cast<const KR_String&>(other);
+        char* text = text_;
+        text_ = other.text_;
+        other.text_ = text;
+        return *this;
+    }
+
     KR_String& operator=(const char* text);
     KR_String& operator=(const wchar_t* text);
 
@@ -148,9 +164,27 @@ public:
     // Converted with the locale's multibyte conversion (KR_strToWStr).
     KR_StringW(const char* text);
     KR_StringW(const KR_StringW& other);
+
+    // Takes other's text without copying, so it never fails; other is left empty.
+    KR_StringW(KR_StringW&& other) noexcept : KR_StringW() {
+        *this = static_cast<KR_StringW&&>(other);
+    }
+
     ~KR_StringW() override;
 
     KR_StringW& operator=(const KR_StringW& other);
+
+    // Exchanges the texts of two initialised strings without copying (other is left with the old
+    // text); otherwise as the copy assignment.
+    KR_StringW& operator=(KR_StringW&& other) noexcept {
+        if (!initialised_ || !other.initialised_)
+            return *this = static_cast<const KR_StringW&>(other);
+        wchar_t* text = text_;
+        text_ = other.text_;
+        other.text_ = text;
+        return *this;
+    }
+
     KR_StringW& operator=(const wchar_t* text);
     KR_StringW& operator=(const char* text);
 
@@ -388,6 +422,29 @@ KR_API KR_RET_STATUS KR_getSubStringW(KR_StringW& out,
 // locale cannot convert) empties out and reports KR_RET_ERR_GEN; KR_RET_ERR_MEM empties out.
 KR_API KR_RET_STATUS KR_strToKorvaneStrW(KR_StringW& out, const char* text);
 KR_API KR_RET_STATUS KR_wStrToKorvaneStr(KR_String& out, const wchar_t* text);
+
+// Containers of strings copy through these: a copy that leaves the target null while the source
+// has text did not arrive (the string's assignment has reported KR_RET_ERR_MEM).
+template <>
+struct KR_ElemCopy<KR_String> {
+    static constexpr bool kMayFail = true;
+
+    static bool copy(KR_String& dst, const KR_String& src) {
+        dst = src;
+        return static_cast<const char*>(dst) != nullptr || static_cast<const char*>(src) == nullptr;
+    }
+};
+
+template <>
+struct KR_ElemCopy<KR_StringW> {
+    static constexpr bool kMayFail = true;
+
+    static bool copy(KR_StringW& dst, const KR_StringW& src) {
+        dst = src;
+        return static_cast<const wchar_t*>(dst) != nullptr ||
+               static_cast<const wchar_t*>(src) == nullptr;
+    }
+};
 
 // The string arrays are provided by the library (kr_instances.cpp).
 extern template class KR_API KR_Container<KR_String>;

@@ -34,8 +34,10 @@ struct KR_VCARR_LLIST_REC {
 // last block may be partly used, and a block is released as soon as no element lives in it.
 // Inserting or deleting elsewhere than at the end moves the elements behind the position one by
 // one; appending never moves any. Indices, clamping, rawCopy and the cursor follow KR_Array's
-// rules, so the two serve interchangeably behind KR_IndContainer. Every failed allocation
-// leaves the list array as it was; after a failed construction every operation answers
+// rules, so the two serve interchangeably behind KR_IndContainer. Every failed allocation, and
+// every element copy that did not arrive (KR_ElemCopy), is answered with KR_RET_ERR_MEM and
+// leaves the list array as it was; elements whose copy may fail are moved, never copied, when
+// the list array only rearranges them. After a failed construction every operation answers
 // KR_RET_ERR_POBJ.
 template <class T>
 class KR_VCArray : public KR_IndContainer<T> {
@@ -45,8 +47,8 @@ public:
     // Same block size as other; starts empty and assigns from other.
     KR_VCArray(const KR_VCArray<T>& other);
     ~KR_VCArray() override;
-    // Copies src's elements and rawCopy; keeps this block size. A failed allocation is reported
-    // and changes nothing. The cursor rule is KR_Array's.
+    // Copies src's elements and rawCopy; keeps this block size. A failed allocation or element
+    // copy is reported (KR_RET_ERR_MEM) and changes nothing. The cursor rule is KR_Array's.
     KR_VCArray<T>& operator=(const KR_VCArray<T>& src);
     // Equal lengths and pairwise equal elements; the cursors are not moved.
     unsigned char operator==(const KR_VCArray<T>& other) const;
@@ -117,6 +119,16 @@ private:
     // Clears the slots from .. to - 1, which held elements.
     void clearUsed(unsigned int from, unsigned int to);
 
+    // Moves element src to slot dst; an element whose copy may fail is exchanged, so slot src
+    // then holds dst's old value, which the caller overwrites or clears.
+    KRI_INLINE void moveElem(unsigned int dst, unsigned int src) {
+        if constexpr (krInternal::kFallibleElem<T>) {
+            krInternal::exchangeElems(at(dst), at(src));
+        } else {
+            at(dst) = at(src);
+        }
+    }
+
     KRI_INLINE void placeCursor(unsigned int i) { this->cur_.set(i, &at(i)); }
 
     KRI_INLINE void nullCursor() { this->cur_.clear(); }
@@ -177,11 +189,33 @@ KR_VCArray<T>& KR_VCArray<T>::operator=(const KR_VCArray<T>& src) {
     }
     unsigned int n = src.numElems_;
     unsigned int old = this->numElems_;
-    if (n > old && KRI_FAILED(growAtEnd(n - old))) return *this;
-    rawCopy_ = src.rawCopy_;
     KR_VCArray<T>& from = const_cast<KR_VCArray<T>&>(src);
-    for (unsigned int i = 0; i < n; ++i)
-        at(i) = from.at(i);
+    // Copies that may fail are made into a side block before anything changes.
+    T* copies = nullptr;
+    if (krInternal::kFallibleElem<T> && n > 0) {
+        copies = krInternal::newArray<T>(n);
+        bool arrived = copies != nullptr;
+        for (unsigned int i = 0; arrived && i < n; ++i)
+            arrived = KR_ElemCopy<T>::copy(copies[i], from.at(i));
+        if (!arrived) {
+            delete[] copies;
+            KRI_FAIL(KR_RET_ERR_MEM);
+            return *this;
+        }
+    }
+    if (n > old && KRI_FAILED(growAtEnd(n - old))) {
+        delete[] copies;
+        return *this;
+    }
+    rawCopy_ = src.rawCopy_;
+    for (unsigned int i = 0; i < n; ++i) {
+        if (copies != nullptr) {
+            krInternal::exchangeElems(at(i), copies[i]);
+        } else {
+            at(i) = from.at(i);
+        }
+    }
+    delete[] copies;
     if (n < old) {
         clearUsed(n, old);
         this->numElems_ = n;
@@ -246,7 +280,7 @@ KR_RET_STATUS KR_VCArray<T>::insElems(KR_INS_METHOD method,
     if (KRI_FAILED(st)) return st;
     if (split < old) {
         for (unsigned int k = old; k > split; --k)
-            at(k - 1 + count) = at(k - 1);
+            moveElem(k - 1 + count, k - 1);
         clearUsed(split, old - split < count ? old : split + count);
     }
     placeKept(cursorIndex);
@@ -261,7 +295,7 @@ KR_RET_STATUS KR_VCArray<T>::delElems(unsigned int index, unsigned int count) {
     if (count == 0 || index >= n) return KR_RET_FALSE;
     if (count > n - index) count = n - index;
     for (unsigned int k = index; k + count < n; ++k)
-        at(k) = at(k + count);
+        moveElem(k, k + count);
     // Slots past the end are kept clear, so that growing into them needs no work.
     clearUsed(n - count, n);
     unsigned int kept = krInternal::keptIndex(this->cur_, n - count);
@@ -277,7 +311,7 @@ KR_RET_STATUS KR_VCArray<T>::appendElem(T elem) {
     unsigned int n = this->numElems_;
     KR_RET_STATUS st = insElems(KR_INS_AFTER, n == 0 ? 0 : n - 1, 1);
     if (KRI_FAILED(st)) return st;
-    at(this->numElems_ - 1) = elem;
+    krInternal::takeElem(at(this->numElems_ - 1), elem);
     return KR_RET_TRUE;
 }
 
@@ -286,7 +320,7 @@ KR_RET_STATUS KR_VCArray<T>::preappendElem(T elem) {
     krInternal::clearUserError();
     KR_RET_STATUS st = insElems(KR_INS_BEFORE, 0, 1);
     if (KRI_FAILED(st)) return st;
-    at(0) = elem;
+    krInternal::takeElem(at(0), elem);
     return KR_RET_TRUE;
 }
 
@@ -539,6 +573,7 @@ struct AdapterStorage {
     KRI_INLINE KR_RET_STATUS copyOf(const AdapterStorage<T>& other) {
         growable = other.growable;
         KR_RET_STATUS st = growable ? make(vcArray, *other.vcArray) : make(array, *other.array);
+        // A copy that came out short lost an allocation or an element copy, and has reported.
         if (st == KR_RET_TRUE && capacity() != other.capacity()) {
             release();
             return KR_RET_ERR_POBJ;
