@@ -126,6 +126,10 @@ private:
 
     KRI_INLINE void placeCursor(unsigned int i) { this->cur_.set(i, data_ + i); }
 
+    // The reports of operator[] for an index it cannot serve; kept out of line so that a loop of
+    // element accesses stays small.
+    T& badAccess(unsigned int i);
+
     KRI_INLINE void nullCursor() { this->cur_.clear(); }
 
     KRI_INLINE unsigned int keptIndex(unsigned int n) const {
@@ -206,7 +210,13 @@ KR_Array<T>& KR_Array<T>::operator=(const KR_Array<T>& src) {
 template <class T>
 KRI_INLINE T& KR_Array<T>::operator[](unsigned int i) {
     krInternal::clearUserError();
-    if (initialised_ && i < this->numElems_) return data_[i];
+    // An array that is not initialised holds no elements, so one comparison decides.
+    if (i < this->numElems_) return data_[i];
+    return badAccess(i);
+}
+
+template <class T>
+T& KR_Array<T>::badAccess(unsigned int i) {
     if (!initialised_) {
         KRI_FAIL(KR_RET_ERR_POBJ);
         return krInternal::nullRef<T>();

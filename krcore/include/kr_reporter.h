@@ -225,8 +225,11 @@ namespace krInternal {
 KR_API KR_RET_STATUS failAt(KR_RET_STATUS status, const char* file, unsigned int line);
 
 // The user error cell behind KR_setUserError. The container templates clear it inline on every
-// operation, which keeps a cursor walk free of calls into the library.
-extern KR_API int userError;
+// operation, which keeps a cursor walk free of calls into the library. It is wider than the int
+// it holds so that its type differs from every 32-bit element type: a store into a container of
+// unsigned int then cannot change it, and the compiler keeps a loop's container fields in
+// registers instead of reloading them after every element written.
+extern KR_API long long userError;
 
 inline void clearUserError() {
     userError = 0;

@@ -482,7 +482,7 @@ void KR_setUserError(int error) {
 }
 
 int KR_getUserError() {
-    return krInternal::userError;
+    return static_cast<int>(krInternal::userError);
 }
 
 const char* KR_msg(unsigned int group, unsigned int id) {
@@ -560,7 +560,7 @@ KR_OStream& operator<<(KR_OStream& stream, KR_RET_STATUS status) {
 
 namespace krInternal {
 
-int userError = 0;
+long long userError = 0;
 
 KR_RET_STATUS failAt(KR_RET_STATUS status, const char* file, unsigned int line) {
     KR_reportStatus(status, file, line);
