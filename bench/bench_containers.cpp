@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include <list>
+#include <type_traits>
 #include <vector>
 
 #include "benchmark/benchmark.h"
@@ -94,9 +95,9 @@ void BM_MemMove1MiB(benchmark::State& state) {
 BENCHMARK_TEMPLATE(BM_MemMove1MiB, KrArrayMove);
 BENCHMARK_TEMPLATE(BM_MemMove1MiB, Memmove);
 
-// --- full traversal of a list of 100,000 elements ---
+// --- full traversal of a list of 1,000,000 elements ---
 
-constexpr unsigned int kListLength = 100000;
+constexpr unsigned int kListLength = kMillion;
 
 struct KrListWalk {
     KR_LList<unsigned int> list;
@@ -150,6 +151,14 @@ KR_Command* command(uintptr_t i) {
     return reinterpret_cast<KR_Command*>(i * 16);
 }
 
+uintptr_t asWord(KR_Command* c) {
+    return reinterpret_cast<uintptr_t>(c);
+}
+
+uintptr_t asWord(unsigned int v) {
+    return v;
+}
+
 struct KrCommandStack {
     static uintptr_t run(unsigned int n) {
         // The undo stack's own construction arguments.
@@ -163,17 +172,38 @@ struct KrCommandStack {
     }
 };
 
+struct KrUIntStack {
+    static uintptr_t run(unsigned int n) {
+        KR_Stack<unsigned int> stack(0, 1024, 1024, 1);
+        for (unsigned int i = 0; i < n; ++i)
+            stack.push(i);
+        uintptr_t total = 0;
+        for (unsigned int i = 0; i < n; ++i)
+            total += stack.pop();
+        return total;
+    }
+};
+
+template <class T>
 struct StdVectorStack {
     static uintptr_t run(unsigned int n) {
-        std::vector<KR_Command*> stack;
+        std::vector<T> stack;
         for (unsigned int i = 0; i < n; ++i)
-            stack.push_back(command(i));
+            stack.push_back(value(i));
         uintptr_t total = 0;
         for (unsigned int i = 0; i < n; ++i) {
-            total += reinterpret_cast<uintptr_t>(stack.back());
+            total += asWord(stack.back());
             stack.pop_back();
         }
         return total;
+    }
+
+    static T value(unsigned int i) {
+        if constexpr (std::is_pointer<T>::value) {
+            return command(i);
+        } else {
+            return i;
+        }
     }
 };
 
@@ -186,7 +216,11 @@ void BM_PushPop(benchmark::State& state) {
 }
 
 BENCHMARK_TEMPLATE(BM_PushPop, KrCommandStack)->RangeMultiplier(10)->Range(1000, kMillion);
-BENCHMARK_TEMPLATE(BM_PushPop, StdVectorStack)->RangeMultiplier(10)->Range(1000, kMillion);
+BENCHMARK_TEMPLATE(BM_PushPop, StdVectorStack<KR_Command*>)
+        ->RangeMultiplier(10)
+        ->Range(1000, kMillion);
+BENCHMARK_TEMPLATE(BM_PushPop, KrUIntStack)->Arg(kMillion);
+BENCHMARK_TEMPLATE(BM_PushPop, StdVectorStack<unsigned int>)->Arg(kMillion);
 
 // --- appending one element at a time: the array copies itself every time ---
 

@@ -57,8 +57,13 @@ private:
 
     // Points the hot block at the storage block of slot i (growable mode, i below capacity).
     KRI_INLINE void warm(unsigned int i) {
-        if (storage_.growable && i < storage_.capacity())
-            hot_ = storage_.vcArray->blockOf(i, hotFirst_, hotSpan_);
+        if (storage_.growable && i < storage_.capacity()) {
+            unsigned int first = 0;
+            unsigned int span = 0;
+            hot_ = storage_.vcArray->blockOf(i, first, span);
+            hotFirst_ = first;
+            hotSpan_ = span;
+        }
     }
 
     KRI_INLINE void cool() {
@@ -72,10 +77,12 @@ private:
     unsigned int num_;  // elements on the stack; element i is storage slot i
     unsigned int growBy_;
     // The growable storage's block around the top of the stack: slots hotFirst_ ..
-    // hotFirst_ + hotSpan_ - 1 are hot_[0 ..]. Pushes and pops inside it need no lookup.
+    // hotFirst_ + hotSpan_ - 1 are hot_[0 ..]. Pushes and pops inside it need no lookup. The
+    // bounds are pointer-sized so that, unlike num_, an element written into the block cannot
+    // alias them: the compiler keeps them in registers across a run of pushes.
     T* hot_;
-    unsigned int hotFirst_;
-    unsigned int hotSpan_;  // 0 when there is no hot block
+    uintptr_t hotFirst_;
+    uintptr_t hotSpan_;  // 0 when there is no hot block
 };
 
 // ---------------------------------------------------------------------------------------------
