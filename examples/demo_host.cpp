@@ -36,7 +36,7 @@ void heading(const char* title) {
 }  // namespace
 
 int main() {
-    if (KRI_FAILED(KR_init())) {
+    if (KR_init() > 2) {  // 0..2 are answers; failures start at 3
         fprintf(stderr, "KR_init failed\n");
         return 1;
     }
@@ -96,7 +96,7 @@ int main() {
     KR_splitString("undo, redo,  repeat", " ,", words);
     words.setCurFirst();
     KR_String* word = nullptr;
-    while (!words.curIsNull() && !KRI_FAILED(words.getCurElem(&word))) {
+    while (!words.curIsNull() && words.getCurElem(&word) <= 2) {
         out << "[" << *word << "] ";
         words.setCurNext();
     }
@@ -109,7 +109,7 @@ int main() {
 
     heading("a version through a text file");
     KR_String path;
-    if (!KRI_FAILED(KR_fileGetTempName(path, nullptr, "krdemo"))) {
+    if (KR_fileGetTempName(path, nullptr, "krdemo") <= 2) {
         KR_FileAscii file(static_cast<const char*>(path), KR_FILE_MODE_WRITE);
         KR_Version format(KR_getKorvaneVersion());
         KR_Version(1, 2, 0).persist(format, file);

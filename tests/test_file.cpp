@@ -468,12 +468,14 @@ TEST_F(FileBinary, AllocationFailuresLeaveNoTextBehind) {
                 unsigned int count = 0;
                 char* text = nullptr;
                 wchar_t* textW = nullptr;
-                if (!KRI_FAILED(status)) status = file.restoreVal(text, KR_STORAGE_BINARY, count);
-                if (!KRI_FAILED(status)) status = file.restoreVal(textW, KR_STORAGE_BINARY, count);
+                if (!krtest::failed(status))
+                    status = file.restoreVal(text, KR_STORAGE_BINARY, count);
+                if (!krtest::failed(status))
+                    status = file.restoreVal(textW, KR_STORAGE_BINARY, count);
                 bool complete = text != nullptr && textW != nullptr;
                 free(text);
                 free(textW);
-                return !KRI_FAILED(status) && !complete ? KR_RET_ERR_GEN : status;
+                return !krtest::failed(status) && !complete ? KR_RET_ERR_GEN : status;
             },
             [&](KR_RET_STATUS status, unsigned long) {
                 EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);

@@ -629,8 +629,8 @@ TEST(StringFaults, EveryAllocationFailureLeavesAUsableString) {
                 capture.clear();
                 unsigned int got = 1;
                 KR_RET_STATUS st = strings.first->unpack(version, narrow, got, KR_STORAGE_BINARY);
-                EXPECT_EQ(KRI_FAILED(st) ? 0u : 11u, got);
-                if (KRI_FAILED(st)) return st;
+                EXPECT_EQ(krtest::failed(st) ? 0u : 11u, got);
+                if (krtest::failed(st)) return st;
                 return strings.second->unpack(version, wide, got, KR_STORAGE_BINARY);
             },
             [&](auto& strings, KR_RET_STATUS status, unsigned long) {
@@ -650,7 +650,7 @@ TEST(StringFaults, SplitAndArrayFailuresLeaveNoHalfResult) {
             [&] {
                 capture.clear();
                 KR_RET_STATUS st = KR_splitString("stale", nullptr, out);
-                if (KRI_FAILED(st)) return st;
+                if (krtest::failed(st)) return st;
                 return KR_splitString("a,\"b c\",d", ",", out, '"', 0, 0, 1);
             },
             [&](KR_RET_STATUS status, unsigned long) {
@@ -671,7 +671,7 @@ TEST(StringFaults, SplitAndArrayFailuresLeaveNoHalfResult) {
                 capture.clear();
                 KR_StringArr other("y");
                 KR_RET_STATUS st = other.strArrErr() ? KR_RET_ERR_MEM : array->strArrIns(0, "z");
-                if (KRI_FAILED(st)) return st;
+                if (krtest::failed(st)) return st;
                 return array->strArrCat(other);
             },
             [&](std::unique_ptr<KR_StringArr>& array, KR_RET_STATUS status, unsigned long) {

@@ -10,9 +10,15 @@
 
 #include "gtest/gtest.h"
 
+#include "kr_testing.h"
 #include "krcore.h"
 
 namespace krtest {
+
+// A failure status: 0..2 are the answers of a success.
+inline bool failed(KR_RET_STATUS status) {
+    return status > 2;
+}
 
 // "KR_RET_ERR_MEM" and so on; "Undefined(n)" for other values.
 std::string statusName(KR_RET_STATUS status);

@@ -205,7 +205,7 @@ TEST(XmlTag, AllocationFailuresEmptyTheContent) {
                 KR_String out;  // no allocation of its own
                 KR_RET_STATUS status = KR_xmlReadTagEntry(out, file->file, "<a>", "</a>");
                 if (status == KR_RET_TRUE && text(out) != longContent) return KR_RET_ERR_GEN;
-                if (KRI_FAILED(status) && text(out) != "") return KR_RET_ERR_GEN;
+                if (krtest::failed(status) && text(out) != "") return KR_RET_ERR_GEN;
                 return status;
             },
             [&](std::shared_ptr<TagFile>&, KR_RET_STATUS status, unsigned long) {

@@ -1,7 +1,7 @@
 // kr_alloc.h — the library's allocation functions, not for host code.
 // Every allocation of the library and of its templates goes through these, so that a test build
 // (KR_FAULT_INJECTION) can make the n-th allocation fail and walk every allocation site of an
-// operation. In a release build the countdown never fires.
+// operation. In a release build the countdown never fires; its controls are not installed.
 #ifndef KRCORE_KR_ALLOC_H
 #define KRCORE_KR_ALLOC_H
 
@@ -40,19 +40,5 @@ inline T* newObject(Args&&... args) {
 }
 
 }  // namespace krInternal
-
-// Test control of the countdown (effective only in a KR_FAULT_INJECTION build).
-namespace krTesting {
-
-// True in a build with fault injection.
-KR_API bool faultInjectionAvailable();
-// Makes the n-th allocation from now fail (n >= 1), and only that one; 0 switches it off.
-KR_API void failAllocation(unsigned long n);
-// True when the armed failure has fired since failAllocation was called.
-KR_API bool allocationFailureFired();
-// Allocations counted since load (fault-injection builds only; 0 otherwise).
-KR_API unsigned long allocationCount();
-
-}  // namespace krTesting
 
 #endif  // KRCORE_KR_ALLOC_H

@@ -15,6 +15,9 @@
 #include "kr_container.h"
 #include "kr_reporter.h"
 
+// KRI_ macros for this header only, taken back by kr_macros_end.h at its end.
+#include "kr_macros_begin.h"
+
 // KR_Array — a contiguous block of exactly numElems() elements with a cursor. The array owns
 // its block (array-new). With rawCopy set the elements are treated as plain data: moved with raw
 // memory copies, and new or vacated slots are zero-filled; with rawCopy zero they are moved by
@@ -623,5 +626,7 @@ void KR_Array<T>::adoptBlock(T* block, unsigned int n, unsigned int index) {
 
 extern template class KR_API KR_Array<unsigned int>;
 extern template class KR_API KR_Array<KR_Command*>;
+
+#include "kr_macros_end.h"
 
 #endif  // KRCORE_KR_ARRAY_IMPL_H

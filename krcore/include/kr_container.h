@@ -16,6 +16,9 @@
 #include "kr_globals.h"
 #include "kr_reporter.h"
 
+// KRI_ macros for this header only, taken back by kr_macros_end.h at its end.
+#include "kr_macros_begin.h"
+
 // Element types that the library instantiates its containers for (kr_instances.cpp) before
 // they are defined.
 class KR_Command;
@@ -72,12 +75,6 @@ struct KR_ElemCopy {
         return true;
     }
 };
-
-// Every member function of the container templates that is defined in its header is always
-// inlined: a Windows DLL does not export the inline members of the template instantiations it
-// provides, so no caller may be left with an out-of-line call to one, with optimisation off as
-// well. All other members are defined out of line and exported with their instantiation.
-#define KRI_INLINE inline __attribute__((always_inline))
 
 namespace krInternal {
 
@@ -569,5 +566,7 @@ extern template class KR_API KR_IndContainer<unsigned int>;
 extern template class KR_API KR_Container<KR_Command*>;
 extern template class KR_API KR_OrdContainer<KR_Command*>;
 extern template class KR_API KR_IndContainer<KR_Command*>;
+
+#include "kr_macros_end.h"
 
 #endif  // KRCORE_KR_CONTAINER_H

@@ -10,6 +10,9 @@
 #include "kr_base.h"
 #include "kr_reporter.h"
 
+// KRI_ macros for this header only, taken back by kr_macros_end.h at its end.
+#include "kr_macros_begin.h"
+
 // KR_I_Iterator — the cursor side of an indexed container. Every operation but the lock is
 // given by the concrete container. Copying copies the flags and the cursor words as they are;
 // a container that copies re-points the cursor into its own storage.
@@ -140,5 +143,7 @@ KR_RET_STATUS KR_I_Iterator<T>::walkToElem(const T& elem) {
 
 extern template class KR_API KR_I_Iterator<unsigned int>;
 extern template class KR_API KR_I_Iterator<KR_Command*>;
+
+#include "kr_macros_end.h"
 
 #endif  // KRCORE_KR_ITERATOR_IMPL_H

@@ -13,6 +13,9 @@
 #include "kr_container.h"
 #include "kr_reporter.h"
 
+// KRI_ macros for this header only, taken back by kr_macros_end.h at its end.
+#include "kr_macros_begin.h"
+
 // KR_LNode — one heap node of a KR_LList, holding its element by value. The list links and
 // deletes its nodes; a copy of a node copies the element, never the links.
 template <class T>
@@ -647,5 +650,7 @@ void KR_LList<T>::deleteChain(Node* chain) {
 }
 
 #pragma pop_macro("KRI_UNIT")
+
+#include "kr_macros_end.h"
 
 #endif  // KRCORE_KR_LIST_IMPL_H

@@ -10,6 +10,9 @@
 #include "kr_reporter.h"
 #include "kr_vcarray_impl.h"
 
+// KRI_ macros for this header only, taken back by kr_macros_end.h at its end.
+#include "kr_macros_begin.h"
+
 // KR_Queue — a first-in first-out queue of elements held by value. The queue owns its storage.
 // get hands out a reference into the storage, valid until the next put; an empty queue answers
 // with the KR_NULL_PTR reference without a report: test isEmpty() first. A queue emptied by get
@@ -216,5 +219,7 @@ void KR_Queue<T>::adoptStorage(KR_RET_STATUS made) {
 }
 
 #pragma pop_macro("KRI_UNIT")
+
+#include "kr_macros_end.h"
 
 #endif  // KRCORE_KR_QUEUE_IMPL_H

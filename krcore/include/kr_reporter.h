@@ -217,9 +217,7 @@ extern "C" KR_API KR_RET_STATUS KR_msgInit();
 // for any other value the printer calls itself without end.
 KR_API KR_OStream& operator<<(KR_OStream& stream, KR_RET_STATUS status);
 
-// --- Reporting macros of the library's own units (not for host code) ---
-// Each unit defines KRI_UNIT as its report name ("src/kr_mem") before using them. They are
-// expressions, so every return stays visible at the call site.
+// --- What the library's reports and its template headers call (not for host code) ---
 namespace krInternal {
 // Reports status at file and line, and yields status.
 KR_API KR_RET_STATUS failAt(KR_RET_STATUS status, const char* file, unsigned int line);
@@ -235,12 +233,5 @@ inline void clearUserError() {
     userError = 0;
 }
 }  // namespace krInternal
-
-#define KRI_FAIL(st) krInternal::failAt((st), KRI_UNIT, __LINE__)
-#define KRI_FAIL_MSG(st, text, ...) \
-    (KR_reportErrorMsg(KRI_UNIT, __LINE__, (text), __VA_ARGS__), KRI_FAIL(st))
-#define KRI_MSG(text, ...) KR_reportErrorMsg(KRI_UNIT, __LINE__, (text), __VA_ARGS__)
-#define KRI_MSG_W(text, ...) KR_reportErrorMsgW(KRI_UNIT, __LINE__, (text), __VA_ARGS__)
-#define KRI_FAILED(st) ((st) > 2)  // 0..2 are answers; failures start at 3
 
 #endif  // KRCORE_KR_REPORTER_H

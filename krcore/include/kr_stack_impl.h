@@ -10,6 +10,9 @@
 #include "kr_reporter.h"
 #include "kr_vcarray_impl.h"
 
+// KRI_ macros for this header only, taken back by kr_macros_end.h at its end.
+#include "kr_macros_begin.h"
+
 // KR_Stack — a last-in first-out stack of elements held by value. The stack owns its storage.
 // Every slot of the storage exists from construction on (getSize() is the capacity); popped
 // slots keep their values until pushed over. pop and peek hand out references into the
@@ -262,5 +265,7 @@ void KR_Stack<T>::adoptStorage(KR_RET_STATUS made) {
 #pragma pop_macro("KRI_UNIT")
 
 extern template class KR_API KR_Stack<KR_Command*>;
+
+#include "kr_macros_end.h"
 
 #endif  // KRCORE_KR_STACK_IMPL_H

@@ -17,6 +17,9 @@
 #include "kr_list_impl.h"
 #include "kr_reporter.h"
 
+// KRI_ macros for this header only, taken back by kr_macros_end.h at its end.
+#include "kr_macros_begin.h"
+
 // KR_VCARR_LLIST_REC — the list record of one block of a KR_VCArray: the block's first element
 // and the index that element has in the list array. The list array owns the block; records
 // are plain handles, copied freely by the list.
@@ -622,5 +625,7 @@ extern template class KR_API KR_IndContainer<KR_VCARR_LLIST_REC<KR_Command*>>;
 extern template class KR_API KR_LNode<KR_VCARR_LLIST_REC<KR_Command*>>;
 extern template class KR_API KR_LList<KR_VCARR_LLIST_REC<KR_Command*>>;
 extern template class KR_API KR_VCArray<KR_Command*>;
+
+#include "kr_macros_end.h"
 
 #endif  // KRCORE_KR_VCARRAY_IMPL_H

@@ -4,6 +4,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "kr_testing.h"
+
 namespace {
 
 #if defined(KR_FAULT_INJECTION)

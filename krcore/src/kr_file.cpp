@@ -14,6 +14,7 @@
 #include "kr_alloc.h"
 #include "kr_mem.h"
 #include "kr_platform.h"
+#include "kr_report.h"
 #include "kr_str.h"
 #include "kr_textbuffer.h"
 #include "kr_utf16.h"

@@ -4,6 +4,7 @@
 #include "kr_base.h"
 #include "kr_iostream.h"
 #include "kr_persist.h"
+#include "kr_report.h"
 #include "kr_reporter.h"
 #include "kr_version.h"
 

@@ -3,6 +3,7 @@
 
 #include "kr_alloc.h"
 #include "kr_iostream.h"
+#include "kr_report.h"
 #include "kr_version.h"
 
 #define KRI_UNIT "src/kr_init"

@@ -6,6 +6,7 @@
 #include <iostream>
 
 #include "kr_platform.h"
+#include "kr_report.h"
 
 #define KRI_UNIT "src/kr_iostream"
 

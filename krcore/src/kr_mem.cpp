@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include "kr_alloc.h"
+#include "kr_report.h"
 
 #define KRI_UNIT "src/kr_mem"
 

@@ -6,6 +6,7 @@
 
 #include "kr_iostream.h"
 #include "kr_platform.h"
+#include "kr_report.h"
 
 #define KRI_UNIT "src/kr_reporter"
 

@@ -7,6 +7,7 @@
 #include "kr_alloc.h"
 #include "kr_array_impl.h"
 #include "kr_file.h"
+#include "kr_report.h"
 #include "kr_strcore.h"
 #include "kr_utf16.h"
 #include "kr_xml.h"

@@ -11,6 +11,7 @@
 
 #include "kr_alloc.h"
 #include "kr_platform.h"
+#include "kr_report.h"
 #include "kr_strcore.h"
 
 #define KRI_UNIT "src/kr_strbase"

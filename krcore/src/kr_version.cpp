@@ -6,6 +6,7 @@
 
 #include "kr_alloc.h"
 #include "kr_file.h"
+#include "kr_report.h"
 #include "kr_str.h"
 #include "kr_xml.h"
 

@@ -2,6 +2,7 @@
 #include "kr_xml.h"
 
 #include "kr_filecursor.h"
+#include "kr_report.h"
 #include "kr_strbase.h"
 #include "kr_textbuffer.h"
 

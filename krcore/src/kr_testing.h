@@ -1,0 +1,23 @@
+// kr_testing.h — the test programs' control of the allocation countdown; not installed.
+// The functions are exported by the library, so that the test programs that link against it
+// can drive them, but no host header declares them. Effective only in a build with
+// KR_FAULT_INJECTION; elsewhere the countdown never fires.
+#ifndef KRCORE_SRC_KR_TESTING_H
+#define KRCORE_SRC_KR_TESTING_H
+
+#include "kr_globals.h"
+
+namespace krTesting {
+
+// True in a build with fault injection.
+KR_API bool faultInjectionAvailable();
+// Makes the n-th allocation from now fail (n >= 1), and only that one; 0 switches it off.
+KR_API void failAllocation(unsigned long n);
+// True when the armed failure has fired since failAllocation was called.
+KR_API bool allocationFailureFired();
+// Allocations counted since load (fault-injection builds only; 0 otherwise).
+KR_API unsigned long allocationCount();
+
+}  // namespace krTesting
+
+#endif  // KRCORE_SRC_KR_TESTING_H
