@@ -19,6 +19,7 @@ namespace {
 
 using krInternal::allocText;
 using krInternal::CharOps;
+using krInternal::hexDigit;
 using krInternal::SearchTexts;
 using krInternal::UnsignedChar;
 
@@ -208,14 +209,6 @@ unsigned int deleteSubString(C* text, unsigned int start, unsigned int count) {
     size_t removed = count < length - start ? count : length - start;
     memmove(text + start, text + start + removed, (length - start - removed + 1) * sizeof(C));
     return static_cast<unsigned int>(removed);
-}
-
-template <class C>
-int hexDigit(C c) {
-    if (c >= C('0') && c <= C('9')) return static_cast<int>(c - C('0'));
-    if (c >= C('a') && c <= C('f')) return static_cast<int>(c - C('a')) + 10;
-    if (c >= C('A') && c <= C('F')) return static_cast<int>(c - C('A')) + 10;
-    return -1;
 }
 
 // Decodes the escape that starts at the backslash `at`. Answers the characters used (0 when the
