@@ -1,8 +1,6 @@
 // kr_strbase.cpp — utilities on raw texts; each narrow function and its W twin share a template.
 #include "kr_strbase.h"
 
-#include <limits.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <wchar.h>
@@ -303,22 +301,6 @@ unsigned char isNumericText(const C* text, char allowDecimal) {
         return 0;
     }
     return 1;
-}
-
-// The kept digit tolerance: a base accepts digits up to maxDigit, which may be the base itself.
-template <class C>
-unsigned int digitsValue(C* text, unsigned int base, unsigned int maxDigit) {
-    if (text == nullptr) return 0;
-    unsigned int value = 0;
-    unsigned int weight = 1;
-    for (size_t i = CharOps<C>::length(text); i-- > 0;) {
-        text[i] = CharOps<C>::upper(text[i]);
-        int digit = hexDigit(text[i]);
-        if (digit < 0 || static_cast<unsigned int>(digit) > maxDigit) break;
-        value += static_cast<unsigned int>(digit) * weight;
-        weight *= base;
-    }
-    return value;
 }
 
 // --- heap texts ---
@@ -677,112 +659,6 @@ unsigned char KR_isNumericW(const wchar_t* text, char allowDecimal) {
     KR_setUserError(0);
     return isNumericText(text, allowDecimal);
 }
-
-// The number-base conversions belong to the base unit and report under its name.
-#undef KRI_UNIT
-#define KRI_UNIT "src/kr_base"
-
-namespace {
-
-template <class C>
-KR_RET_STATUS decimalToBinary(C* out, int value) {
-    if (out == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
-    if (value < 0) {
-        // Kept as it always was: a negative value is not divided, and the '0' + low byte
-        // character stands for it.
-        out[0] = static_cast<C>('0' + (static_cast<unsigned int>(value) & 0xFF));
-        out[1] = 0;
-        return KR_RET_TRUE;
-    }
-    C digits[CHAR_BIT * sizeof(int) + 1];
-    size_t count = 0;
-    unsigned int rest = static_cast<unsigned int>(value);
-    while (rest >= 2) {
-        digits[count++] = static_cast<C>('0' + rest % 2);
-        rest /= 2;
-    }
-    digits[count++] = static_cast<C>('0' + rest);
-    for (size_t i = 0; i < count; ++i)
-        out[i] = digits[count - 1 - i];
-    out[count] = 0;
-    return KR_RET_TRUE;
-}
-
-// printf's digits of value, widened character by character (they are all ASCII).
-template <class C>
-KR_RET_STATUS formatUnsigned(C* out, unsigned int value, const char* format) {
-    if (out == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
-    char digits[32];
-    int count = snprintf(digits, sizeof digits, format, value);
-    for (int i = 0; i <= count; ++i)
-        out[i] = static_cast<C>(digits[i]);
-    return KR_RET_TRUE;
-}
-
-}  // namespace
-
-KR_RET_STATUS KR_decToBin(char* out, int value) {
-    KR_setUserError(0);
-    return decimalToBinary(out, value);
-}
-
-KR_RET_STATUS KR_decToBinW(wchar_t* out, int value) {
-    KR_setUserError(0);
-    return decimalToBinary(out, value);
-}
-
-KR_RET_STATUS KR_decToOct(char* out, unsigned int value) {
-    KR_setUserError(0);
-    return formatUnsigned(out, value, "%o");
-}
-
-KR_RET_STATUS KR_decToOctW(wchar_t* out, unsigned int value) {
-    KR_setUserError(0);
-    return formatUnsigned(out, value, "%o");
-}
-
-KR_RET_STATUS KR_decToHex(char* out, unsigned int value) {
-    KR_setUserError(0);
-    return formatUnsigned(out, value, "%x");
-}
-
-KR_RET_STATUS KR_decToHexW(wchar_t* out, unsigned int value) {
-    KR_setUserError(0);
-    return formatUnsigned(out, value, "%x");
-}
-
-unsigned int KR_binToDec(char* text) {
-    KR_setUserError(0);
-    return digitsValue(text, 2, 2);
-}
-
-unsigned int KR_binToDecW(wchar_t* text) {
-    KR_setUserError(0);
-    return digitsValue(text, 2, 2);
-}
-
-unsigned int KR_octToDec(char* text) {
-    KR_setUserError(0);
-    return digitsValue(text, 8, 8);
-}
-
-unsigned int KR_octToDecW(wchar_t* text) {
-    KR_setUserError(0);
-    return digitsValue(text, 8, 8);
-}
-
-unsigned int KR_hexToDec(char* text) {
-    KR_setUserError(0);
-    return digitsValue(text, 16, 15);
-}
-
-unsigned int KR_hexToDecW(wchar_t* text) {
-    KR_setUserError(0);
-    return digitsValue(text, 16, 15);
-}
-
-#undef KRI_UNIT
-#define KRI_UNIT "src/kr_strbase"
 
 // --- New heap texts and width conversion ---
 
