@@ -12,6 +12,7 @@
 #include <type_traits>
 
 #include "kr_alloc.h"
+#include "kr_endian.h"
 #include "kr_mem.h"
 #include "kr_platform.h"
 #include "kr_str.h"
@@ -29,6 +30,9 @@
     KRI_FAIL_MSG((st), (text), "%s\n", getFileName() != nullptr ? getFileName() : "")
 
 namespace {
+
+using krInternal::loadLe;
+using krInternal::storeLe;
 
 const size_t kBufferSize = 64 * 1024;
 const unsigned int kMaxTempAttempts = 100;
@@ -113,23 +117,6 @@ using DiskBits = std::conditional_t<
                                               unsigned long long>>>;
 
 static_assert(sizeof(float) == 4 && sizeof(double) == 8, "float and double must be IEEE");
-
-// Little-endian byte images of unsigned values.
-template <class Unsigned>
-void storeLe(unsigned char* bytes, Unsigned value) {
-    for (size_t i = 0; i < sizeof(Unsigned); ++i) {
-        bytes[i] = static_cast<unsigned char>(value >> (8 * i));
-    }
-}
-
-template <class Unsigned>
-Unsigned loadLe(const unsigned char* bytes) {
-    Unsigned value = 0;
-    for (size_t i = 0; i < sizeof(Unsigned); ++i) {
-        value = static_cast<Unsigned>(value | (static_cast<Unsigned>(bytes[i]) << (8 * i)));
-    }
-    return value;
-}
 
 // --- string objects of either width ---
 

@@ -6,6 +6,7 @@
 
 #include "kr_alloc.h"
 #include "kr_array_impl.h"
+#include "kr_endian.h"
 #include "kr_file.h"
 #include "kr_strcore.h"
 #include "kr_utf16.h"
@@ -44,18 +45,6 @@ C* insertText(const C* own, size_t pos, const C* text) {
     if (textLen > 0) memcpy(result + pos, text, textLen * sizeof(C));
     if (ownLength > pos) memcpy(result + pos + textLen, own + pos, (ownLength - pos) * sizeof(C));
     return result;
-}
-
-void putCount(char* buffer, unsigned int n) {
-    for (int i = 0; i < 4; ++i)
-        buffer[i] = static_cast<char>((n >> (8 * i)) & 0xFF);
-}
-
-unsigned int getCount(const char* buffer) {
-    unsigned int n = 0;
-    for (int i = 0; i < 4; ++i)
-        n |= static_cast<unsigned int>(static_cast<unsigned char>(buffer[i])) << (8 * i);
-    return n;
 }
 
 // --- control characters ---
@@ -553,7 +542,7 @@ struct StringBody {
         if (!s.initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
         if (storage != KR_STORAGE_BINARY || buffer == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
         unsigned int n = packedCount(s.text_);
-        putCount(buffer, n);
+        krInternal::storeLe(buffer, n);
         if (n > 0) writeUnits(reinterpret_cast<unsigned char*>(buffer + 4), s.text_);
         used = 4 + unitBytes(C()) * n;
         return KR_RET_TRUE;
@@ -577,7 +566,7 @@ struct StringBody {
         used = 0;
         if (!s.initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
         if (storage != KR_STORAGE_BINARY || buffer == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
-        unsigned int n = getCount(buffer);
+        unsigned int n = krInternal::loadLe<unsigned int>(buffer);
         freeBlock(s.text_);
         s.text_ = nullptr;
         if (n > 0) {
