@@ -13,6 +13,7 @@
 
 #include "kr_alloc.h"
 #include "kr_endian.h"
+#include "kr_locale.h"
 #include "kr_mem.h"
 #include "kr_platform.h"
 #include "kr_str.h"
@@ -65,30 +66,16 @@ KR_RET_STATUS failNamed(
 
 // --- width conversion of names (locale) ---
 
-size_t convertText(wchar_t* out, const char** src, size_t size, mbstate_t* state) {
-    return mbsrtowcs(out, src, size, state);
-}
-
-size_t convertText(char* out, const wchar_t** src, size_t size, mbstate_t* state) {
-    return wcsrtombs(out, src, size, state);
-}
-
 // out := text converted to the other width on the heap, or null when it does not convert (not
 // an error for a name: the name is then known in one width only). KR_RET_ERR_MEM when memory
 // runs out.
 template <class From, class To>
 KR_RET_STATUS convertName(const From* text, To*& out) {
     out = nullptr;
-    mbstate_t state;
-    memset(&state, 0, sizeof state);
-    const From* src = text;
-    size_t length = convertText(nullptr, &src, 0, &state);
-    if (length == static_cast<size_t>(-1)) return KR_RET_TRUE;
-    out = static_cast<To*>(krInternal::allocZeroed(length + 1, sizeof(To)));
+    size_t length = krInternal::localeLength<To>(text);
+    if (length == krInternal::kNoLocaleForm) return KR_RET_TRUE;
+    out = krInternal::localeCopy<To>(text, length);
     if (out == nullptr) return KR_RET_ERR_MEM;
-    memset(&state, 0, sizeof state);
-    src = text;
-    convertText(out, &src, length + 1, &state);
     return KR_RET_TRUE;
 }
 
@@ -871,15 +858,13 @@ KR_RET_STATUS KR_FileAscii::printW(const wchar_t* format, ...) {
     // leaves the file as it was.
     char chunk[512];
     size_t bytes = 0;
-    mbstate_t state;
-    memset(&state, 0, sizeof state);
-    const wchar_t* src = text;
-    size_t total = wcsrtombs(nullptr, &src, 0, &state);
-    if (total == static_cast<size_t>(-1)) {
+    if (krInternal::localeLength<char>(static_cast<const wchar_t*>(text)) ==
+        krInternal::kNoLocaleForm) {
         if (text != local) krInternal::freeBlock(text);
         return KRI_FAIL_MSG(KR_RET_ERR_ARG,
                             "KR_FileAscii::printW: text not representable in the locale", nullptr);
     }
+    mbstate_t state;
     memset(&state, 0, sizeof state);
     for (int i = 0; i < n && !KRI_FAILED(status); ++i) {
         if (bytes + MB_LEN_MAX > sizeof chunk) {

@@ -131,6 +131,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
 #include <sys/types.h>
 
 #include "kr_alloc.h"
+#include "kr_locale.h"
 
 #if defined(_WIN32)
 #include <direct.h>
@@ -156,22 +157,13 @@ void wideMode(const char* mode, wchar_t* out, size_t size) {
 // A wide name in the locale's multibyte encoding, on the heap (free()); null with errno set
 // when it does not convert or memory runs out.
 char* narrowName(const wchar_t* name) {
-    mbstate_t state;
-    memset(&state, 0, sizeof state);
-    const wchar_t* src = name;
-    size_t length = wcsrtombs(nullptr, &src, 0, &state);
-    if (length == static_cast<size_t>(-1)) {
+    size_t length = krInternal::localeLength<char>(name);
+    if (length == krInternal::kNoLocaleForm) {
         errno = EILSEQ;
         return nullptr;
     }
-    char* out = static_cast<char*>(krInternal::allocZeroed(length + 1, 1));
-    if (out == nullptr) {
-        errno = ENOMEM;
-        return nullptr;
-    }
-    memset(&state, 0, sizeof state);
-    src = name;
-    wcsrtombs(out, &src, length + 1, &state);
+    char* out = krInternal::localeCopy<char>(name, length);
+    if (out == nullptr) errno = ENOMEM;
     return out;
 }
 
@@ -361,17 +353,9 @@ wchar_t* getEnvW(const wchar_t* name) {
     const char* value = getenv(narrow);
     krInternal::freeBlock(narrow);
     if (value == nullptr) return nullptr;
-    mbstate_t state;
-    memset(&state, 0, sizeof state);
-    const char* src = value;
-    size_t length = mbsrtowcs(nullptr, &src, 0, &state);
-    if (length == static_cast<size_t>(-1)) return nullptr;
-    wchar_t* out = static_cast<wchar_t*>(krInternal::allocZeroed(length + 1, sizeof(wchar_t)));
-    if (out == nullptr) return nullptr;
-    memset(&state, 0, sizeof state);
-    src = value;
-    mbsrtowcs(out, &src, length + 1, &state);
-    return out;
+    size_t length = krInternal::localeLength<wchar_t>(value);
+    if (length == krInternal::kNoLocaleForm) return nullptr;
+    return krInternal::localeCopy<wchar_t>(value, length);
 }
 
 bool defaultTempDir(char* buffer, size_t size) {

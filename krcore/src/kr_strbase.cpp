@@ -8,6 +8,7 @@
 #include <limits>
 
 #include "kr_alloc.h"
+#include "kr_locale.h"
 #include "kr_platform.h"
 #include "kr_strcore.h"
 
@@ -313,36 +314,18 @@ C* duplicate(const C* text) {
     return copy;
 }
 
-// The C library's conversion into To's width, picked by the argument types.
-size_t convertInto(wchar_t* out, const char** source, size_t count, mbstate_t* state) {
-    return mbsrtowcs(out, source, count, state);
-}
-
-size_t convertInto(char* out, const wchar_t** source, size_t count, mbstate_t* state) {
-    return wcsrtombs(out, source, count, state);
-}
-
 // text in To's width: measured first, then converted into a block of the exact size.
 template <class To, class From>
 To* convertWidth(const From* text, KR_RET_STATUS& status) {
     status = KR_RET_TRUE;
     if (text == nullptr) return nullptr;
-    mbstate_t state;
-    memset(&state, 0, sizeof state);
-    const From* source = text;
-    size_t count = convertInto(static_cast<To*>(nullptr), &source, 0, &state);
-    if (count == static_cast<size_t>(-1) || (count == 0 && *text != 0)) {
+    size_t count = krInternal::localeLength<To>(text);
+    if (count == krInternal::kNoLocaleForm || (count == 0 && *text != 0)) {
         status = KR_RET_ERR_GEN;
         return nullptr;
     }
-    To* result = allocText<To>(count + 1);
-    if (result == nullptr) {
-        status = KR_RET_ERR_MEM;
-        return nullptr;
-    }
-    memset(&state, 0, sizeof state);
-    source = text;
-    convertInto(result, &source, count + 1, &state);
+    To* result = krInternal::localeCopy<To>(text, count);
+    if (result == nullptr) status = KR_RET_ERR_MEM;
     return result;
 }
 
