@@ -1,7 +1,6 @@
 // kr_globals.cpp — the process-wide cells and reporter registration.
 #include "kr_globals.h"
 
-#include "kr_base.h"
 #include "kr_iostream.h"
 #include "kr_persist.h"
 #include "kr_report.h"
@@ -26,8 +25,6 @@ KR_RET_STATUS KR_registerReporter(KR_BaseReporter* reporter) {
     return KR_RET_TRUE;
 }
 
-// The root classes' destructors live here so that their type information is emitted once, in
+// The persistable root's destructor lives here so that its type information is emitted once, in
 // the library, and shared by every module.
-KR_KorvaneClass::~KR_KorvaneClass() {}
-
 KR_Persistable::~KR_Persistable() {}

@@ -1,5 +1,6 @@
 // kr_platform.h — every call that differs between Windows and POSIX, behind one interface.
-// No other unit of the library tests the platform; it calls these instead.
+// No other unit of the library tests the platform; it calls these instead. kr_platform_posix.cpp
+// and kr_platform_win.cpp implement it, and the build compiles the one for its target.
 #ifndef KRCORE_KR_PLATFORM_H
 #define KRCORE_KR_PLATFORM_H
 

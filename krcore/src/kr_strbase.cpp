@@ -1,16 +1,12 @@
 // kr_strbase.cpp — utilities on raw texts; each narrow function and its W twin share a template.
 #include "kr_strbase.h"
 
-#include <limits.h>
-#include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 #include <wchar.h>
 
 #include <limits>
 
 #include "kr_alloc.h"
-#include "kr_platform.h"
 #include "kr_report.h"
 #include "kr_strcore.h"
 
@@ -18,8 +14,8 @@
 
 namespace {
 
-using krInternal::allocText;
 using krInternal::CharOps;
+using krInternal::hexDigit;
 using krInternal::SearchTexts;
 using krInternal::UnsignedChar;
 
@@ -211,14 +207,6 @@ unsigned int deleteSubString(C* text, unsigned int start, unsigned int count) {
     return static_cast<unsigned int>(removed);
 }
 
-template <class C>
-int hexDigit(C c) {
-    if (c >= C('0') && c <= C('9')) return static_cast<int>(c - C('0'));
-    if (c >= C('a') && c <= C('f')) return static_cast<int>(c - C('a')) + 10;
-    if (c >= C('A') && c <= C('F')) return static_cast<int>(c - C('A')) + 10;
-    return -1;
-}
-
 // Decodes the escape that starts at the backslash `at`. Answers the characters used (0 when the
 // escape is unknown or its value is zero or too large for C) and stores the value.
 template <class C>
@@ -313,87 +301,7 @@ unsigned char isNumericText(const C* text, char allowDecimal) {
     return 1;
 }
 
-// The kept digit tolerance: a base accepts digits up to maxDigit, which may be the base itself.
-template <class C>
-unsigned int digitsValue(C* text, unsigned int base, unsigned int maxDigit) {
-    if (text == nullptr) return 0;
-    unsigned int value = 0;
-    unsigned int weight = 1;
-    for (size_t i = CharOps<C>::length(text); i-- > 0;) {
-        text[i] = CharOps<C>::upper(text[i]);
-        int digit = hexDigit(text[i]);
-        if (digit < 0 || static_cast<unsigned int>(digit) > maxDigit) break;
-        value += static_cast<unsigned int>(digit) * weight;
-        weight *= base;
-    }
-    return value;
-}
-
-// --- heap texts ---
-
-template <class C>
-C* duplicate(const C* text) {
-    if (text == nullptr) return nullptr;
-    C* copy = CharOps<C>::duplicate(text);
-    if (copy == nullptr) KRI_FAIL(KR_RET_ERR_MEM);
-    return copy;
-}
-
-// The C library's conversion into To's width, picked by the argument types.
-size_t convertInto(wchar_t* out, const char** source, size_t count, mbstate_t* state) {
-    return mbsrtowcs(out, source, count, state);
-}
-
-size_t convertInto(char* out, const wchar_t** source, size_t count, mbstate_t* state) {
-    return wcsrtombs(out, source, count, state);
-}
-
-// text in To's width: measured first, then converted into a block of the exact size.
-template <class To, class From>
-To* convertWidth(const From* text, KR_RET_STATUS& status) {
-    status = KR_RET_TRUE;
-    if (text == nullptr) return nullptr;
-    mbstate_t state;
-    memset(&state, 0, sizeof state);
-    const From* source = text;
-    size_t count = convertInto(static_cast<To*>(nullptr), &source, 0, &state);
-    if (count == static_cast<size_t>(-1) || (count == 0 && *text != 0)) {
-        status = KR_RET_ERR_GEN;
-        return nullptr;
-    }
-    To* result = allocText<To>(count + 1);
-    if (result == nullptr) {
-        status = KR_RET_ERR_MEM;
-        return nullptr;
-    }
-    memset(&state, 0, sizeof state);
-    source = text;
-    convertInto(result, &source, count + 1, &state);
-    return result;
-}
-
-// A conversion whose failure is reported.
-template <class To, class From>
-To* reportedConversion(const From* text) {
-    KR_RET_STATUS status;
-    To* result = convertWidth<To>(text, status);
-    if (KRI_FAILED(status)) KRI_FAIL(status);
-    return result;
-}
-
 }  // namespace
-
-namespace krInternal {
-
-wchar_t* toWide(const char* text, KR_RET_STATUS& status) {
-    return convertWidth<wchar_t>(text, status);
-}
-
-char* toNarrow(const wchar_t* text, KR_RET_STATUS& status) {
-    return convertWidth<char>(text, status);
-}
-
-}  // namespace krInternal
 
 // --- Comparison ---
 
@@ -684,154 +592,4 @@ unsigned char KR_isNumeric(const char* text, char allowDecimal) {
 unsigned char KR_isNumericW(const wchar_t* text, char allowDecimal) {
     KR_setUserError(0);
     return isNumericText(text, allowDecimal);
-}
-
-// The number-base conversions belong to the base unit and report under its name.
-#undef KRI_UNIT
-#define KRI_UNIT "src/kr_base"
-
-namespace {
-
-template <class C>
-KR_RET_STATUS decimalToBinary(C* out, int value) {
-    if (out == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
-    if (value < 0) {
-        // Kept as it always was: a negative value is not divided, and the '0' + low byte
-        // character stands for it.
-        out[0] = static_cast<C>('0' + (static_cast<unsigned int>(value) & 0xFF));
-        out[1] = 0;
-        return KR_RET_TRUE;
-    }
-    C digits[CHAR_BIT * sizeof(int) + 1];
-    size_t count = 0;
-    unsigned int rest = static_cast<unsigned int>(value);
-    while (rest >= 2) {
-        digits[count++] = static_cast<C>('0' + rest % 2);
-        rest /= 2;
-    }
-    digits[count++] = static_cast<C>('0' + rest);
-    for (size_t i = 0; i < count; ++i)
-        out[i] = digits[count - 1 - i];
-    out[count] = 0;
-    return KR_RET_TRUE;
-}
-
-// printf's digits of value, widened character by character (they are all ASCII).
-template <class C>
-KR_RET_STATUS formatUnsigned(C* out, unsigned int value, const char* format) {
-    if (out == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
-    char digits[32];
-    int count = snprintf(digits, sizeof digits, format, value);
-    for (int i = 0; i <= count; ++i)
-        out[i] = static_cast<C>(digits[i]);
-    return KR_RET_TRUE;
-}
-
-}  // namespace
-
-KR_RET_STATUS KR_decToBin(char* out, int value) {
-    KR_setUserError(0);
-    return decimalToBinary(out, value);
-}
-
-KR_RET_STATUS KR_decToBinW(wchar_t* out, int value) {
-    KR_setUserError(0);
-    return decimalToBinary(out, value);
-}
-
-KR_RET_STATUS KR_decToOct(char* out, unsigned int value) {
-    KR_setUserError(0);
-    return formatUnsigned(out, value, "%o");
-}
-
-KR_RET_STATUS KR_decToOctW(wchar_t* out, unsigned int value) {
-    KR_setUserError(0);
-    return formatUnsigned(out, value, "%o");
-}
-
-KR_RET_STATUS KR_decToHex(char* out, unsigned int value) {
-    KR_setUserError(0);
-    return formatUnsigned(out, value, "%x");
-}
-
-KR_RET_STATUS KR_decToHexW(wchar_t* out, unsigned int value) {
-    KR_setUserError(0);
-    return formatUnsigned(out, value, "%x");
-}
-
-unsigned int KR_binToDec(char* text) {
-    KR_setUserError(0);
-    return digitsValue(text, 2, 2);
-}
-
-unsigned int KR_binToDecW(wchar_t* text) {
-    KR_setUserError(0);
-    return digitsValue(text, 2, 2);
-}
-
-unsigned int KR_octToDec(char* text) {
-    KR_setUserError(0);
-    return digitsValue(text, 8, 8);
-}
-
-unsigned int KR_octToDecW(wchar_t* text) {
-    KR_setUserError(0);
-    return digitsValue(text, 8, 8);
-}
-
-unsigned int KR_hexToDec(char* text) {
-    KR_setUserError(0);
-    return digitsValue(text, 16, 15);
-}
-
-unsigned int KR_hexToDecW(wchar_t* text) {
-    KR_setUserError(0);
-    return digitsValue(text, 16, 15);
-}
-
-#undef KRI_UNIT
-#define KRI_UNIT "src/kr_strbase"
-
-// --- New heap texts and width conversion ---
-
-char* KR_strdup(const char* text) {
-    KR_setUserError(0);
-    return duplicate(text);
-}
-
-wchar_t* KR_strdupW(const wchar_t* text) {
-    KR_setUserError(0);
-    return duplicate(text);
-}
-
-wchar_t* KR_strToWStr(const char* text) {
-    KR_setUserError(0);
-    return reportedConversion<wchar_t>(text);
-}
-
-char* KR_wStrToStr(const wchar_t* text) {
-    KR_setUserError(0);
-    return reportedConversion<char>(text);
-}
-
-// --- Processes ---
-
-int KR_system(const char* command) {
-    KR_setUserError(0);
-    return system(command);
-}
-
-int KR_systemW(const wchar_t* command) {
-    KR_setUserError(0);
-    if (krPlatform::systemTakesWide()) return krPlatform::systemWide(command);
-    if (command == nullptr) return system(nullptr);
-    KR_RET_STATUS status;
-    char* narrow = krInternal::toNarrow(command, status);
-    if (narrow == nullptr) {
-        KRI_FAIL(status);
-        return -1;
-    }
-    int result = system(narrow);
-    krInternal::freeBlock(narrow);
-    return result;
 }

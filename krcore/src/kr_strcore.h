@@ -72,6 +72,15 @@ inline bool isWhite(C c) {
            c == C('\r');
 }
 
+// The value of a hexadecimal digit of either case; -1 for any other character.
+template <class C>
+inline int hexDigit(C c) {
+    if (c >= C('0') && c <= C('9')) return static_cast<int>(c - C('0'));
+    if (c >= C('a') && c <= C('f')) return static_cast<int>(c - C('a')) + 10;
+    if (c >= C('A') && c <= C('F')) return static_cast<int>(c - C('A')) + 10;
+    return -1;
+}
+
 // A zero-filled block of count characters from the C allocator; null on failure.
 template <class C>
 inline C* allocText(size_t count) {

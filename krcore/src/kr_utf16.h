@@ -9,6 +9,8 @@
 #include <stddef.h>
 #include <wchar.h>
 
+#include "kr_endian.h"
+
 namespace krInternal {
 
 // The character written for a wide value that is no Unicode code point (above U+10FFFF).
@@ -30,8 +32,7 @@ inline size_t utf16Length(const wchar_t* text, size_t count) {
 
 // Writes one UTF-16 unit, little-endian.
 inline unsigned char* putUtf16Unit(unsigned char* out, unsigned long unit) {
-    out[0] = static_cast<unsigned char>(unit & 0xFF);
-    out[1] = static_cast<unsigned char>((unit >> 8) & 0xFF);
+    storeLe(out, static_cast<unsigned short>(unit & 0xFFFF));
     return out + 2;
 }
 
@@ -63,11 +64,10 @@ inline size_t writeUtf16LE(const wchar_t* text, size_t count, unsigned char* out
 inline size_t readUtf16LE(const unsigned char* in, size_t units, wchar_t* out) {
     size_t stored = 0;
     for (size_t i = 0; i < units; ++i) {
-        unsigned long c = in[2 * i] | (static_cast<unsigned long>(in[2 * i + 1]) << 8);
+        unsigned long c = loadLe<unsigned short>(in + 2 * i);
         if constexpr (sizeof(wchar_t) > 2) {
             if (c >= 0xD800 && c <= 0xDBFF && i + 1 < units) {
-                unsigned long low =
-                        in[2 * i + 2] | (static_cast<unsigned long>(in[2 * i + 3]) << 8);
+                unsigned long low = loadLe<unsigned short>(in + 2 * i + 2);
                 if (low >= 0xDC00 && low <= 0xDFFF) {
                     c = 0x10000 + ((c - 0xD800) << 10) + (low - 0xDC00);
                     ++i;

@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include "kr_alloc.h"
+#include "kr_endian.h"
 #include "kr_file.h"
 #include "kr_report.h"
 #include "kr_str.h"
@@ -33,18 +34,6 @@ int compare(const KR_Version& a, const KR_Version& b) {
 // Parses text into a fresh 0.0.0; false when the parse fails for lack of memory.
 bool parse(const char* text, KR_Version& version) {
     return !KRI_FAILED(version.str2Version(text));
-}
-
-void putWord(char* buffer, unsigned int word) {
-    for (int i = 0; i < 4; ++i)
-        buffer[i] = static_cast<char>((word >> (8 * i)) & 0xFFu);
-}
-
-unsigned int getWord(const char* buffer) {
-    unsigned int word = 0;
-    for (int i = 0; i < 4; ++i)
-        word |= static_cast<unsigned int>(static_cast<unsigned char>(buffer[i])) << (8 * i);
-    return word;
 }
 
 }  // namespace
@@ -158,9 +147,9 @@ KR_RET_STATUS KR_Version::pack(KR_Version&, char* buffer, unsigned int& used, KR
     KR_setUserError(0);
     used = 0;
     if (buffer == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
-    putWord(buffer, major_);
-    putWord(buffer + 4, minor_);
-    putWord(buffer + 8, patch_);
+    krInternal::storeLe(buffer, major_);
+    krInternal::storeLe(buffer + 4, minor_);
+    krInternal::storeLe(buffer + 8, patch_);
     used = 12;
     return KR_RET_TRUE;
 }
@@ -174,9 +163,9 @@ KR_RET_STATUS KR_Version::unpack(KR_Version&, char* buffer, unsigned int& used, 
     KR_setUserError(0);
     used = 0;
     if (buffer == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
-    major_ = getWord(buffer);
-    minor_ = getWord(buffer + 4);
-    patch_ = getWord(buffer + 8);
+    major_ = krInternal::loadLe<unsigned int>(buffer);
+    minor_ = krInternal::loadLe<unsigned int>(buffer + 4);
+    patch_ = krInternal::loadLe<unsigned int>(buffer + 8);
     used = 12;
     return KR_RET_TRUE;
 }

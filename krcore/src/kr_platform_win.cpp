@@ -1,0 +1,164 @@
+// kr_platform_win.cpp — the platform calls on Windows, and the module's load entry.
+#include <direct.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <io.h>
+#include <process.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <windows.h>
+
+#include <iostream>
+
+#include "kr_alloc.h"
+#include "kr_platform.h"
+
+namespace {
+
+// Widens an ASCII fopen mode ("rb", "r+b", ...).
+void wideMode(const char* mode, wchar_t* out, size_t size) {
+    size_t i = 0;
+    for (; mode[i] != '\0' && i + 1 < size; ++i)
+        out[i] = static_cast<wchar_t>(mode[i]);
+    out[i] = L'\0';
+}
+
+}  // namespace
+
+namespace krPlatform {
+
+void writeWide(FILE* stream, const wchar_t* text) {
+    if (stream == nullptr || text == nullptr) return;
+    fputws(text, stream);
+}
+
+int printWide(FILE* stream, const wchar_t* format, va_list args) {
+    if (stream == nullptr || format == nullptr) return -1;
+    return vfwprintf(stream, format, args);
+}
+
+void coutWide(const wchar_t* text) {
+    if (text != nullptr) std::wcout << text;
+}
+
+void coutWide(wchar_t c) {
+    std::wcout << c;
+}
+
+// --- Files and paths (kr_file) ---
+
+FILE* openFile(const char* name, const char* mode) {
+    FILE* file = fopen(name, mode);
+    if (file != nullptr) setvbuf(file, nullptr, _IONBF, 0);
+    return file;
+}
+
+FILE* openFileW(const wchar_t* name, const char* mode) {
+    wchar_t wmode[8];
+    wideMode(mode, wmode, 8);
+    FILE* file = _wfopen(name, wmode);
+    if (file != nullptr) setvbuf(file, nullptr, _IONBF, 0);
+    return file;
+}
+
+int seekFile(FILE* file, long long pos) {
+    return _fseeki64(file, pos, SEEK_SET);
+}
+
+long long fileSize(FILE* file) {
+    return _filelengthi64(_fileno(file));
+}
+
+int pathKind(const char* path) {
+    struct _stat64 info;
+    if (_stat64(path, &info) != 0) return 0;
+    return (info.st_mode & _S_IFDIR) != 0 ? 2 : 1;
+}
+
+int pathKindW(const wchar_t* path) {
+    struct _stat64 info;
+    if (_wstat64(path, &info) != 0) return 0;
+    return (info.st_mode & _S_IFDIR) != 0 ? 2 : 1;
+}
+
+int makeDir(const char* path) {
+    return _mkdir(path) == 0 ? 0 : errno;
+}
+
+int makeDirW(const wchar_t* path) {
+    return _wmkdir(path) == 0 ? 0 : errno;
+}
+
+int createNewFile(const char* path) {
+    int fd = _open(path, _O_CREAT | _O_EXCL | _O_WRONLY | _O_BINARY, _S_IREAD | _S_IWRITE);
+    if (fd < 0) return errno;
+    _close(fd);
+    return 0;
+}
+
+int createNewFileW(const wchar_t* path) {
+    int fd = _wopen(path, _O_CREAT | _O_EXCL | _O_WRONLY | _O_BINARY, _S_IREAD | _S_IWRITE);
+    if (fd < 0) return errno;
+    _close(fd);
+    return 0;
+}
+
+int removePath(const char* path) {
+    if (pathKind(path) == 2) return _rmdir(path) == 0 ? 0 : errno;
+    return remove(path) == 0 ? 0 : errno;
+}
+
+int removePathW(const wchar_t* path) {
+    if (pathKindW(path) == 2) return _wrmdir(path) == 0 ? 0 : errno;
+    return _wremove(path) == 0 ? 0 : errno;
+}
+
+wchar_t* getEnvW(const wchar_t* name) {
+    return krInternal::dupTextW(_wgetenv(name));
+}
+
+bool defaultTempDir(char* buffer, size_t size) {
+    DWORD n = GetTempPathA(static_cast<DWORD>(size), buffer);
+    if (n == 0 || n >= size) return false;
+    while (n > 1 && (buffer[n - 1] == '\\' || buffer[n - 1] == '/'))
+        buffer[--n] = '\0';
+    return true;
+}
+
+bool defaultTempDirW(wchar_t* buffer, size_t size) {
+    DWORD n = GetTempPathW(static_cast<DWORD>(size), buffer);
+    if (n == 0 || n >= size) return false;
+    while (n > 1 && (buffer[n - 1] == L'\\' || buffer[n - 1] == L'/'))
+        buffer[--n] = L'\0';
+    return true;
+}
+
+char pathListSeparator() {
+    return ';';
+}
+
+char pathSeparator() {
+    return '\\';
+}
+
+unsigned long processId() {
+    return static_cast<unsigned long>(_getpid());
+}
+
+bool systemTakesWide() {
+    return true;
+}
+
+int systemWide(const wchar_t* command) {
+    return _wsystem(command);
+}
+
+}  // namespace krPlatform
+
+// The module's load entry does nothing of the library's: start-up is explicit through KR_init.
+extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
+    if (reason == DLL_PROCESS_ATTACH) DisableThreadLibraryCalls(instance);
+    return TRUE;
+}
