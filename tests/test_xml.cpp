@@ -143,13 +143,7 @@ TEST(XmlTag, EntriesInSequenceAndTheTagFound) {
 }
 
 TEST(XmlTag, WideContentIsDecodedFromTheLocale) {
-    struct Utf8Locale {
-        std::string saved = setlocale(LC_CTYPE, nullptr);
-        bool ok = setlocale(LC_CTYPE, "C.UTF-8") || setlocale(LC_CTYPE, "C.utf8") ||
-                  setlocale(LC_CTYPE, "en_US.UTF-8") || setlocale(LC_CTYPE, ".UTF-8");
-
-        ~Utf8Locale() { setlocale(LC_CTYPE, saved.c_str()); }
-    } locale;
+    krtest::Utf8Locale locale;
 
     if (!locale.ok) GTEST_SKIP() << "no UTF-8 locale";
     TagFile file("<s>\xc3\xa9t\xc3\xa9 \xe2\x82\xac</s><t>\xf0\x9f\x98\x80\xe2\x82\xac");
