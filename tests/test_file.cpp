@@ -56,15 +56,6 @@ struct TempDir {
     KR_String path;
 };
 
-// Switches LC_CTYPE to a UTF-8 locale (ok) for the object's lifetime where the platform has one.
-struct Utf8Locale {
-    std::string saved = setlocale(LC_CTYPE, nullptr);
-    bool ok = setlocale(LC_CTYPE, "C.UTF-8") || setlocale(LC_CTYPE, "C.utf8") ||
-              setlocale(LC_CTYPE, "en_US.UTF-8") || setlocale(LC_CTYPE, ".UTF-8");
-
-    ~Utf8Locale() { setlocale(LC_CTYPE, saved.c_str()); }
-};
-
 std::string readBytes(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     if (!in) return "<missing>";
@@ -252,7 +243,7 @@ TEST_F(FileAscii, PrintAndReadLines) {
 }
 
 TEST_F(FileAscii, WideTextIsLocaleMultibyte) {
-    Utf8Locale locale;
+    krtest::Utf8Locale locale;
     if (!locale.ok) GTEST_SKIP() << "no UTF-8 locale";
     // U+1F600 is one wchar_t on Linux and a surrogate pair on Windows.
     const wchar_t* text = L"a\u00e9\u20ac\U0001F600z";
@@ -280,7 +271,7 @@ TEST_F(FileAscii, WideTextIsLocaleMultibyte) {
 }
 
 TEST_F(File, WideFileNames) {
-    Utf8Locale locale;
+    krtest::Utf8Locale locale;
     const std::wstring name = dir.fileW(L"kr_\u00e9\u4e2d.bin");
     KR_FileBinary file(name.c_str(), KR_FILE_MODE_WRITE);
     if (!file.isOpen() && !locale.ok) GTEST_SKIP() << "names do not convert without UTF-8";

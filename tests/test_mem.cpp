@@ -2,6 +2,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -135,64 +136,72 @@ TEST(Memory, AllocationFailuresAreReportedAndLeaveStateDefined) {
     EXPECT_EQ(kNotInitialised, capture.located());  // and destroying it reports
     capture.clear();
 
-    // memGet empties the object; memExpand keeps the old block; memCopy of a new size empties.
-    krtest::forEachAllocationFailure(
-            [] { return std::make_unique<KR_Memory>(8); },
-            [](std::unique_ptr<KR_Memory>& block) { return block->memGet(16); },
-            [&](std::unique_ptr<KR_Memory>& block, KR_RET_STATUS status, unsigned long) {
-                EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
-                EXPECT_EQ(0u, block->memSize());
-                EXPECT_EQ(nullptr, block->memPtr());
-                EXPECT_TRUE(block->memErr());
-                EXPECT_TRUE(block->objIsEnabled());
-                EXPECT_EQ(kAllocationReport, capture.located());
-                EXPECT_EQ(KR_RET_ERR_MEM, KR_getStatusCode());
-                capture.clear();
-            });
-    krtest::forEachAllocationFailure(
-            [] {
-                auto block = std::make_unique<KR_Memory>(8);
-                fill(*block, 1);
-                return block;
-            },
-            [](std::unique_ptr<KR_Memory>& block) { return block->memExpand(1 << 20); },
-            [&](std::unique_ptr<KR_Memory>& block, KR_RET_STATUS status, unsigned long) {
-                EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
-                ASSERT_EQ(8u, block->memSize());
-                EXPECT_EQ(8, static_cast<unsigned char*>(block->memPtr())[7]);
-                EXPECT_TRUE(block->memErr());
-                EXPECT_EQ(
-                        "ERROR: src/kr_mem: line N: KR_Memory reallocation\nMemory error"
-                        "src/kr_mem: line N: \nMemory error\n\n",
-                        capture.located());
-                capture.clear();
-                // A later success clears the flag.
-                EXPECT_KR_STATUS(KR_RET_TRUE, block->memExpand(9));
-                EXPECT_FALSE(block->memErr());
-            });
+    // On a block of bytes 1..8: memGet empties it, memExpand keeps the old block, memCopy of a
+    // new size empties it, a failed copy is not initialised, and an assignment whose copy failed
+    // leaves the target empty (its result, a copy of the target, may fail on its own after).
     const char source[3] = {1, 2, 3};
-    krtest::forEachAllocationFailure(
-            [] { return std::make_unique<KR_Memory>(8); },
-            [&](std::unique_ptr<KR_Memory>& block) { return block->memCopy(source, 3); },
-            [&](std::unique_ptr<KR_Memory>& block, KR_RET_STATUS status, unsigned long) {
-                EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
-                EXPECT_EQ(0u, block->memSize());
-                EXPECT_EQ(kAllocationReport, capture.located());
-                capture.clear();
-            });
-    // The copy constructor of a 4-byte block fails into a not initialised object.
-    krtest::forEachAllocationFailure(
-            [] { return std::make_unique<KR_Memory>(4); },
-            [](std::unique_ptr<KR_Memory>& block) {
-                KR_Memory copy(*block);
-                return copy.objIsEnabled() ? KR_RET_TRUE : KR_RET_ERR_MEM;
-            },
-            [&](std::unique_ptr<KR_Memory>&, KR_RET_STATUS status, unsigned long) {
-                EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
-                // The allocation report, then the destructor's report of the failed copy.
-                EXPECT_EQ(std::string(kAllocationReport) + kNotInitialised, capture.located());
-                capture.clear();
-            });
+    KR_Memory three(3);
+    memcpy(three.memPtr(), source, 3);
+    const std::string kReallocReport =
+            "ERROR: src/kr_mem: line N: KR_Memory reallocation\nMemory error"
+            "src/kr_mem: line N: \nMemory error\n\n";
+
+    const struct {
+        const char* name;
+        std::function<KR_RET_STATUS(KR_Memory&)> op;
+        std::string report;
+        std::string bytes, otherBytes;  // the block afterwards: one of the two
+    } rows[] = {
+            {"memGet", [](KR_Memory& m) { return m.memGet(16); }, kAllocationReport, "", ""},
+            {"memExpand", [](KR_Memory& m) { return m.memExpand(1 << 20); }, kReallocReport,
+             "\1\2\3\4\5\6\7\10", "\1\2\3\4\5\6\7\10"},
+            {"memCopy", [&](KR_Memory& m) { return m.memCopy(source, 3); }, kAllocationReport, "",
+             ""},
+            {"copy constructor",
+             [](KR_Memory& m) {
+                 KR_Memory copy(m);
+                 return copy.objIsEnabled() ? KR_RET_TRUE : KR_RET_ERR_MEM;
+             },
+             std::string(kAllocationReport) + kNotInitialised, "\1\2\3\4\5\6\7\10",
+             "\1\2\3\4\5\6\7\10"},
+            {"operator=",
+             [&](KR_Memory& m) {
+                 KR_clearStatusCode();
+                 KR_Memory result = (m = three);
+                 if (!result.objIsEnabled()) return m == three ? KR_RET_ERR_MEM : KR_RET_ERR_GEN;
+                 return KR_getStatusCode() == KR_RET_ERR_MEM && m.memErr() ? KR_RET_ERR_MEM
+                                                                           : KR_RET_TRUE;
+             },
+             "*", "", "\1\2\3"},
+    };
+
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        int failures = 0;
+        krtest::forEachAllocationFailure(
+                [] {
+                    auto block = std::make_unique<KR_Memory>(8);
+                    fill(*block, 1);
+                    return block;
+                },
+                [&](std::unique_ptr<KR_Memory>& block) {
+                    capture.clear();
+                    return row.op(*block);
+                },
+                [&](std::unique_ptr<KR_Memory>& block, KR_RET_STATUS status, unsigned long) {
+                    ++failures;
+                    EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
+                    EXPECT_TRUE(block->objIsEnabled());
+                    std::string located = capture.located();
+                    EXPECT_TRUE(row.report == "*" ? located.find(kAllocationReport) == 0
+                                                  : located == row.report)
+                            << located;
+                    std::string bytes(static_cast<const char*>(block->memPtr()), block->memSize());
+                    EXPECT_TRUE(bytes == row.bytes || bytes == row.otherBytes) << bytes.size();
+                    EXPECT_TRUE(!bytes.empty() || block->memErr());
+                });
+        EXPECT_LT(0, failures);
+    }
 }
 
 TEST(Memory, FailedObjectRefusesEveryOperation) {

@@ -1,5 +1,8 @@
 // test_reporter.cpp — status cells, the reporting functions, KR_Reporter's lines and the
 // message catalogue.
+#include <limits.h>
+
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -128,6 +131,75 @@ TEST(Reporter, WideReportsInterleaveWithNarrowOnes) {
             "src/kr_str: line 12: text\nFile error\n\n"
             "src/kr_str: line 13: \nAn iterator was accessed recursively\n\n",
             capture.text());
+}
+
+// Wide reports longer than any stack buffer of the reporter come out as the bytes of the same
+// text in one piece: every kind of conversion, characters beyond U+FFFF, and nothing at all for
+// a text that cannot be formatted. No report allocates, narrow or wide, short or long.
+TEST(Reporter, LongReportsKeepTheirBytesAndAllocateNothing) {
+    krtest::Utf8Locale locale;
+    if (!locale.ok) GTEST_SKIP() << "no UTF-8 locale";
+    auto repeat = [](const std::string& piece, size_t n) {
+        std::string out;
+        for (size_t i = 0; i < n; ++i)
+            out += piece;
+        return out;
+    };
+    std::wstring accents(3000, L'\u00e9'), astral = L"x";
+    for (int i = 0; i < 2100; ++i)
+        astral += L"\U0001F600";
+    std::string euros = repeat("\xe2\x82\xac", 3000), narrow(5000, 'n');
+    std::wstring unconvertible(sizeof(wchar_t) == 4 ? 2500 : 0, static_cast<wchar_t>(0xDC00));
+
+    struct Row {
+        const char* name;
+        std::function<KR_RET_STATUS()> report;
+        KR_RET_STATUS status;
+        std::string expected;
+    };
+
+    const Row rows[] = {
+            {"long wide argument",
+             [&] { return KR_reportErrorMsgW("src/kr_x", 7, L"t", L"<%ls>\n", accents.c_str()); },
+             KR_RET_TRUE, "ERROR: src/kr_x: line 7: t\n<" + repeat("\xc3\xa9", 3000) + ">\n"},
+            {"long format beyond U+FFFF",
+             [&] { return KR_mesgW(nullptr, (astral + L"%d|%%").c_str(), 42); }, KR_RET_TRUE,
+             "x" + repeat("\xf0\x9f\x98\x80", 2100) + "42|%"},
+            {"long narrow argument", [&] { return KR_mesgW(nullptr, L"%s.", euros.c_str()); },
+             KR_RET_TRUE, euros + "."},
+            {"widths and precisions",
+             [&] {
+                 return KR_mesgW(nullptr, L"%-3000ls|%3000d|%.3s|%-2600c|%lld|%.2500f", L"w", 7,
+                                 "\xc3\xa9\xc3\xa9\xc3\xa9\xc3\xa9", 'z', LLONG_MAX, 0.5);
+             },
+             KR_RET_TRUE,
+             "w" + std::string(2999, ' ') + "|" + std::string(2999, ' ') + "7|" +
+                     repeat("\xc3\xa9", 3) + "|z" + std::string(2599, ' ') + "|" +
+                     std::to_string(LLONG_MAX) + "|0.5" + std::string(2499, '0')},
+            {"unconvertible characters",
+             [&] { return KR_mesgW(nullptr, L"%ls", unconvertible.c_str()); }, KR_RET_TRUE,
+             std::string(unconvertible.size(), '?')},
+            {"text that does not convert",
+             [&] { return KR_mesgW(nullptr, L"%ls%s", accents.c_str(), "\xff"); }, KR_RET_ERR_GEN,
+             ""},
+            {"long narrow reports",
+             [&] {
+                 KR_reportWarningMsg("f", 1, narrow.c_str(), "%s", narrow.c_str());
+                 KR_reportStatus(KR_RET_ERR_MEM, narrow.c_str(), 2);
+                 return KR_mesg(nullptr, "%s", narrow.c_str());
+             },
+             KR_RET_TRUE,
+             "WARNING: f: line 1: " + narrow + "\n" + narrow + narrow +
+                     ": line 2: \nMemory error\n\n" + narrow},
+    };
+    unsigned long allocations = krTesting::allocationCount();
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        krtest::ReportCapture capture;
+        EXPECT_KR_STATUS(row.status, row.report());
+        EXPECT_EQ(row.expected, capture.text());
+    }
+    EXPECT_EQ(allocations, krTesting::allocationCount());
 }
 
 TEST(Reporter, StatusTexts) {

@@ -582,102 +582,218 @@ TEST(StringUtilities, SplitAgreesWithStrtok) {
     }
 }
 
-TEST(StringFaults, EveryAllocationFailureLeavesAUsableString) {
+namespace {
+
+// What the string fault walk works on, rebuilt before every run.
+struct StringState {
+    KR_String s{"start"}, t;
+    KR_StringW w{L"start"}, tw;
+    KR_Array<KR_String> arr;
+    KR_Array<KR_StringW> arrW;
+    KR_StringArr sa{"x"}, other{"z"};
+    KR_FileAscii file;
+
+    StringState() {
+        KR_splitString("p,q", ",", arr);
+        KR_splitStringW(L"p,q", L",", arrW);
+        sa.strArrIns(1, "y");
+    }
+
+    // "s|w|t|tw|arr|arrW|sa", arrays joined with ",".
+    std::string summary() {
+        std::string out = text(s) + "|" + text(w) + "|" + text(t) + "|" + text(tw) + "|";
+        for (auto& piece : {texts(arr), texts(arrW)}) {
+            for (size_t i = 0; i < piece.size(); ++i)
+                out += (i ? "," : "") + piece[i];
+            out += "|";
+        }
+        for (unsigned int i = 0; i < sa.strArrNum(); ++i)
+            out += (i ? "," : "") + text(sa[i]);
+        return out;
+    }
+};
+
+}  // namespace
+
+// Every allocating operation of the strings, the string array and the utilities that fill
+// them: after each failed allocation the operation answers KR_RET_ERR_MEM (constructors and
+// operators through the last status code), reports "Memory error", leaks nothing, and leaves the
+// state as documented: a failed copy leaves a null string, an append or insertion keeps the old
+// text, an output that failed holds no half result.
+TEST(StringFaults, EveryAllocationFailureLeavesTheDocumentedState) {
     KR_REQUIRE_FAULT_INJECTION();
     krtest::ReportCapture capture;
     KR_Version version;
-    using Op = KR_RET_STATUS (*)(KR_String&);
-    // Each operation on a string holding "start", and its text after a failure (null: emptied).
-    const std::pair<Op, const char*> cases[] = {
-            {[](KR_String& s) { return (s = KR_String("copy"), KR_getStatusCode()); }, nullptr},
-            {[](KR_String& s) { return (s = "other", KR_getStatusCode()); }, nullptr},
-            {[](KR_String& s) { return (s += "tail", KR_getStatusCode()); }, "start"},
-            {[](KR_String& s) { return s.strIns(1, L"ins"); }, "start"},
-            {[](KR_String& s) { return KR_strSubstitute(s, "aXa", "b", "x", 0); }, nullptr},
-            {[](KR_String& s) { return KR_addControlChars(s, "$CHR(\x01"); }, nullptr},
-            {[](KR_String& s) { return KR_removeControlChars(s, "$$CHR($CHR(LF)"); }, nullptr},
-            {[](KR_String& s) { return KR_getSubString(s, "abc", 1, 1); }, nullptr},
-            {[](KR_String& s) { return KR_wStrToKorvaneStr(s, L"w"); }, nullptr}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(&c - cases);
+    const std::string path = ::testing::TempDir() + "kr_str_faults.txt";
+    {
+        KR_FileAscii file(path.c_str(), KR_FILE_MODE_WRITE);
+        file.print("<STRING>read</STRING>\n");
+    }
+    char packed[32], packedW[32];
+    unsigned int used = 0;
+    KR_String("packed").pack(version, packed, used, KR_STORAGE_BINARY);
+    KR_StringW(L"packed").pack(version, packedW, used, KR_STORAGE_BINARY);
+    const std::string kStart = "start|start|(null)|(null)|p,q|p,q|";
+    auto code = [] { return KR_getStatusCode(); };
+
+    const struct {
+        const char* name;
+        std::function<KR_RET_STATUS(StringState&)> op;
+        std::string after;  // the summary after a failure
+    } rows[] = {
+            {"copy assignment", [&](StringState& x) { return (x.s = KR_String("copy"), code()); },
+             "(null)|start|(null)|(null)|p,q|p,q|x,y"},
+            {"text assignment", [&](StringState& x) { return (x.s = "other", code()); },
+             "(null)|start|(null)|(null)|p,q|p,q|x,y"},
+            {"from wide text", [&](StringState& x) { return (x.t = KR_String(L"wide"), code()); },
+             kStart + "x,y"},
+            {"wide from narrow text",
+             [&](StringState& x) { return (x.tw = KR_StringW("narrow"), code()); }, kStart + "x,y"},
+            {"copy constructor",
+             [&](StringState& x) {
+                 KR_String copy(x.s);
+                 return (x.t = copy, code());
+             },
+             kStart + "x,y"},
+            {"wide copy constructor",
+             [&](StringState& x) {
+                 KR_StringW copy(x.w);
+                 return (x.tw = copy, code());
+             },
+             kStart + "x,y"},
+            {"operator+", [&](StringState& x) { return (x.t = x.s + L"+", code()); },
+             kStart + "x,y"},
+            {"operator+ with text on the left",
+             [&](StringState& x) { return (x.t = "+" + x.s, code()); }, kStart + "x,y"},
+            {"wide operator+", [&](StringState& x) { return (x.tw = x.w + "+", code()); },
+             kStart + "x,y"},
+            {"wide operator+ with text on the left",
+             [&](StringState& x) { return (x.tw = L"+" + x.w, code()); }, kStart + "x,y"},
+            {"append", [&](StringState& x) { return (x.s += L"tail", code()); }, kStart + "x,y"},
+            {"wide append", [&](StringState& x) { return (x.w += "tail", code()); },
+             kStart + "x,y"},
+            {"insert", [&](StringState& x) { return x.s.strIns(1, L"ins"); }, kStart + "x,y"},
+            {"wide insert", [&](StringState& x) { return x.w.strIns(1, "ins"); }, kStart + "x,y"},
+            {"allocate", [&](StringState& x) { return x.s.allocate(8); },
+             "(null)|start|(null)|(null)|p,q|p,q|x,y"},
+            {"wide allocate", [&](StringState& x) { return x.w.allocate(8); },
+             "start|(null)|(null)|(null)|p,q|p,q|x,y"},
+            {"unpack",
+             [&](StringState& x) {
+                 unsigned int got = 1;
+                 KR_RET_STATUS st = x.s.unpack(version, packed, got, KR_STORAGE_BINARY);
+                 return krtest::failed(st) && got != 0 ? KR_RET_ERR_GEN : st;
+             },
+             "(null)|start|(null)|(null)|p,q|p,q|x,y"},
+            {"wide unpack",
+             [&](StringState& x) { return x.w.unpack(version, packedW, used, KR_STORAGE_BINARY); },
+             "start|(null)|(null)|(null)|p,q|p,q|x,y"},
+            {"text persist",
+             [&](StringState& x) {
+                 KR_RET_STATUS st = x.file.open((path + ".out").c_str(), KR_FILE_MODE_WRITE);
+                 if (krtest::failed(st)) return st;
+                 st = x.s.persist(version, x.file);
+                 return krtest::failed(st) ? st : x.w.persist(version, x.file);
+             },
+             kStart + "x,y"},
+            {"text restore",
+             [&](StringState& x) {
+                 KR_RET_STATUS st = x.file.open(path.c_str(), KR_FILE_MODE_READ);
+                 return krtest::failed(st) ? st : x.t.restore(version, x.file);
+             },
+             kStart + "x,y"},
+            {"wide text restore",
+             [&](StringState& x) {
+                 KR_RET_STATUS st = x.file.open(path.c_str(), KR_FILE_MODE_READ);
+                 return krtest::failed(st) ? st : x.tw.restore(version, x.file);
+             },
+             kStart + "x,y"},
+            {"substitute",
+             [&](StringState& x) { return KR_strSubstitute(x.s, "aXa", "b", "x", 0); },
+             "(null)|start|(null)|(null)|p,q|p,q|x,y"},
+            {"wide substitute",
+             [&](StringState& x) { return KR_strSubstituteW(x.w, L"aXa", L"b", L"x", 0); },
+             "start|(null)|(null)|(null)|p,q|p,q|x,y"},
+            {"add control characters",
+             [&](StringState& x) { return KR_addControlChars(x.s, "$CHR(\x01"); },
+             "(null)|start|(null)|(null)|p,q|p,q|x,y"},
+            {"wide add control characters",
+             [&](StringState& x) { return KR_addControlCharsW(x.w, L"$CHR(\x01"); },
+             "start|(null)|(null)|(null)|p,q|p,q|x,y"},
+            {"remove control characters",
+             [&](StringState& x) { return KR_removeControlChars(x.s, "$$CHR($CHR(LF)"); },
+             "(null)|start|(null)|(null)|p,q|p,q|x,y"},
+            {"wide remove control characters",
+             [&](StringState& x) { return KR_removeControlCharsW(x.w, L"$$CHR($CHR(LF)"); },
+             "start|(null)|(null)|(null)|p,q|p,q|x,y"},
+            {"substring", [&](StringState& x) { return KR_getSubString(x.s, "abc", 1, 1); },
+             "(null)|start|(null)|(null)|p,q|p,q|x,y"},
+            {"wide substring", [&](StringState& x) { return KR_getSubStringW(x.w, L"abc", 1, 1); },
+             "start|(null)|(null)|(null)|p,q|p,q|x,y"},
+            {"to narrow string", [&](StringState& x) { return KR_wStrToKorvaneStr(x.s, L"w"); },
+             "(null)|start|(null)|(null)|p,q|p,q|x,y"},
+            {"to wide string", [&](StringState& x) { return KR_strToKorvaneStrW(x.w, "n"); },
+             "start|(null)|(null)|(null)|p,q|p,q|x,y"},
+            {"split", [&](StringState& x) { return KR_splitString("a,,b", ",", x.arr); },
+             "start|start|(null)|(null)||p,q|x,y"},
+            {"general split",
+             [&](StringState& x) {
+                 return KR_splitString("a,\"b c\",d", ",", x.arr, '"', 0, 0, 1);
+             },
+             "start|start|(null)|(null)||p,q|x,y"},
+            {"wide split", [&](StringState& x) { return KR_splitStringW(L"a,,b", L",", x.arrW); },
+             "start|start|(null)|(null)|p,q||x,y"},
+            {"wide general split",
+             [&](StringState& x) {
+                 return KR_splitStringW(L"a;'b c';d", L";", x.arrW, L'\'', L'\\', 1, 1);
+             },
+             "start|start|(null)|(null)|p,q||x,y"},
+            {"join", [&](StringState& x) { return KR_stringArrToString(x.s, x.arr, "+"); },
+             "(null)|start|(null)|(null)|p,q|p,q|x,y"},
+            {"wide join", [&](StringState& x) { return KR_stringArrToStringW(x.w, x.arrW, L"+"); },
+             "start|(null)|(null)|(null)|p,q|p,q|x,y"},
+            {"string array copy",
+             [&](StringState& x) {
+                 KR_StringArr copy(x.sa);
+                 return copy.strArrErr() && copy.strArrNum() == 0 ? code() : KR_RET_TRUE;
+             },
+             kStart + "x,y"},
+            {"string array assignment",
+             [&](StringState& x) {
+                 x.sa = x.other;
+                 return x.sa.strArrErr() ? code() : KR_RET_TRUE;
+             },
+             kStart},
+            {"string array insert and append",
+             [&](StringState& x) {
+                 KR_RET_STATUS st = x.sa.strArrIns(0, "z");
+                 return krtest::failed(st) ? st : x.sa.strArrCat(x.sa);
+             },
+             "*"},
+            {"string array delete", [&](StringState& x) { return x.sa.strArrDel(0); },
+             kStart + "x,y"},
+    };
+
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
         int failures = 0;
         krtest::forEachAllocationFailure(
-                [] { return std::make_unique<KR_String>("start"); },
-                [&](std::unique_ptr<KR_String>& s) {
+                [] { return std::make_unique<StringState>(); },
+                [&](std::unique_ptr<StringState>& x) {
                     capture.clear();
                     KR_clearStatusCode();
-                    return c.first(*s);
+                    return row.op(*x);
                 },
-                [&](std::unique_ptr<KR_String>& s, KR_RET_STATUS status, unsigned long) {
+                [&](std::unique_ptr<StringState>& x, KR_RET_STATUS status, unsigned long) {
                     ++failures;
                     EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
-                    EXPECT_EQ(c.second ? c.second : "(null)", text(*s));
                     EXPECT_NE(std::string::npos, capture.located().find("\nMemory error\n\n"));
+                    if (row.after != "*") {
+                        EXPECT_EQ(row.after, x->summary());
+                    }
                 });
         EXPECT_LT(0, failures);
     }
-    char narrow[32], wide[32];
-    unsigned int used = 0;
-    KR_String("packed").pack(version, narrow, used, KR_STORAGE_BINARY);
-    KR_StringW(L"packed").pack(version, wide, used, KR_STORAGE_BINARY);
-    krtest::forEachAllocationFailure(
-            [] {
-                return std::make_pair(std::make_unique<KR_String>("old"),
-                                      std::make_unique<KR_StringW>(L"old"));
-            },
-            [&](auto& strings) {
-                capture.clear();
-                unsigned int got = 1;
-                KR_RET_STATUS st = strings.first->unpack(version, narrow, got, KR_STORAGE_BINARY);
-                EXPECT_EQ(krtest::failed(st) ? 0u : 11u, got);
-                if (krtest::failed(st)) return st;
-                return strings.second->unpack(version, wide, got, KR_STORAGE_BINARY);
-            },
-            [&](auto& strings, KR_RET_STATUS status, unsigned long) {
-                EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
-                EXPECT_EQ("src/kr_str: line N: \nMemory error\n\n", capture.located());
-                EXPECT_TRUE(static_cast<const char*>(*strings.first) == nullptr ||
-                            static_cast<const wchar_t*>(*strings.second) == nullptr);
-            });
-}
-
-TEST(StringFaults, SplitAndArrayFailuresLeaveNoHalfResult) {
-    KR_REQUIRE_FAULT_INJECTION();
-    krtest::ReportCapture capture;
-    KR_Array<KR_String> out;
-    int failures = 0;
-    krtest::forEachAllocationFailure(
-            [&] {
-                capture.clear();
-                KR_RET_STATUS st = KR_splitString("stale", nullptr, out);
-                if (krtest::failed(st)) return st;
-                return KR_splitString("a,\"b c\",d", ",", out, '"', 0, 0, 1);
-            },
-            [&](KR_RET_STATUS status, unsigned long) {
-                ++failures;
-                EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
-                EXPECT_EQ(0u, out.numElems());
-            });
-    EXPECT_LE(4, failures);  // the array block and three tokens, at least
-    EXPECT_EQ((std::vector<std::string>{"a", "b c", "d"}), texts(out));
-
-    krtest::forEachAllocationFailure(
-            [] {
-                auto array = std::make_unique<KR_StringArr>(1u);
-                (*array)[0] = "x";
-                return array;
-            },
-            [&](std::unique_ptr<KR_StringArr>& array) {
-                capture.clear();
-                KR_StringArr other("y");
-                KR_RET_STATUS st = other.strArrErr() ? KR_RET_ERR_MEM : array->strArrIns(0, "z");
-                if (krtest::failed(st)) return st;
-                return array->strArrCat(other);
-            },
-            [&](std::unique_ptr<KR_StringArr>& array, KR_RET_STATUS status, unsigned long) {
-                EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
-                EXPECT_NE(std::string::npos, capture.located().find("KR_StringArr"));
-                EXPECT_LE(1u, array->strArrNum());
-                EXPECT_EQ("x", text((*array)[array->strArrNum() - 1]));
-            });
+    remove(path.c_str());
+    remove((path + ".out").c_str());
 }

@@ -4,6 +4,7 @@
 #ifndef KRCORE_TEST_SUPPORT_H
 #define KRCORE_TEST_SUPPORT_H
 
+#include <locale.h>
 #include <stdio.h>
 
 #include <string>
@@ -68,6 +69,15 @@ private:
     int descriptor_;
     int saved_;
     FILE* file_;
+};
+
+// Switches LC_CTYPE to a UTF-8 locale (ok) for the object's lifetime where the platform has one.
+struct Utf8Locale {
+    std::string saved = setlocale(LC_CTYPE, nullptr);
+    bool ok = setlocale(LC_CTYPE, "C.UTF-8") || setlocale(LC_CTYPE, "C.utf8") ||
+              setlocale(LC_CTYPE, "en_US.UTF-8") || setlocale(LC_CTYPE, ".UTF-8");
+
+    ~Utf8Locale() { setlocale(LC_CTYPE, saved.c_str()); }
 };
 
 // Fault injection: runs op with the n-th allocation made to fail, for n = 1, 2, ... until op

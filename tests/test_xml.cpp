@@ -3,6 +3,7 @@
 #include <wchar.h>
 
 #include <fstream>
+#include <functional>
 #include <initializer_list>
 #include <memory>
 #include <string>
@@ -143,13 +144,7 @@ TEST(XmlTag, EntriesInSequenceAndTheTagFound) {
 }
 
 TEST(XmlTag, WideContentIsDecodedFromTheLocale) {
-    struct Utf8Locale {
-        std::string saved = setlocale(LC_CTYPE, nullptr);
-        bool ok = setlocale(LC_CTYPE, "C.UTF-8") || setlocale(LC_CTYPE, "C.utf8") ||
-                  setlocale(LC_CTYPE, "en_US.UTF-8") || setlocale(LC_CTYPE, ".UTF-8");
-
-        ~Utf8Locale() { setlocale(LC_CTYPE, saved.c_str()); }
-    } locale;
+    krtest::Utf8Locale locale;
 
     if (!locale.ok) GTEST_SKIP() << "no UTF-8 locale";
     TagFile file("<s>\xc3\xa9t\xc3\xa9 \xe2\x82\xac</s><t>\xf0\x9f\x98\x80\xe2\x82\xac");
@@ -195,22 +190,78 @@ TEST(XmlTag, OutputsThatAreNotInitialisedAreRefused) {
     EXPECT_EQ(report + report + report + report, capture.located());
 }
 
-TEST(XmlTag, AllocationFailuresEmptyTheContent) {
+// Every tag-reader call, narrow and wide, on a long tag and content (several reallocations
+// each): after each failed allocation it answers KR_RET_ERR_MEM, reports "Memory error", leaks
+// nothing, empties the outputs it fills and leaves the others alone.
+TEST(XmlTag, AllocationFailuresEmptyTheOutputs) {
     KR_REQUIRE_FAULT_INJECTION();
-    const std::string longContent(3000, 'v');  // several reallocations
+    const std::string value(3000, 'v'), tag = "<" + std::string(300, 't') + ">";
+    const std::string bytes = tag + value + "</" + tag.substr(1);
     krtest::ReportCapture capture;
-    krtest::forEachAllocationFailure(
-            [&] { return std::make_shared<TagFile>("<a>" + longContent + "</a>"); },
-            [&](std::shared_ptr<TagFile>& file) {
-                KR_String out;  // no allocation of its own
-                KR_RET_STATUS status = KR_xmlReadTagEntry(out, file->file, "<a>", "</a>");
-                if (status == KR_RET_TRUE && text(out) != longContent) return KR_RET_ERR_GEN;
-                if (krtest::failed(status) && text(out) != "") return KR_RET_ERR_GEN;
-                return status;
-            },
-            [&](std::shared_ptr<TagFile>&, KR_RET_STATUS status, unsigned long) {
-                EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
-                EXPECT_NE(std::string::npos, capture.located().find("\nMemory error\n"));
-                capture.clear();
-            });
+
+    struct State {
+        std::shared_ptr<TagFile> file;
+        KR_String content{"stale"}, tag{"stale"};
+        KR_StringW contentW{L"stale"};
+    };
+
+    using Op = std::function<KR_RET_STATUS(State&)>;
+
+    const struct {
+        const char* name;
+        int skip;  // read before the walk: 1 the opening tag, 2 also the content
+        Op op;
+        std::string after;  // content, tag and wide content afterwards
+    } rows[] = {
+            {"tag", 0, [](State& x) { return KR_xmlReadTag(x.tag, x.file->file, nullptr); },
+             "stale||stale"},
+            {"end tag", 2, [](State& x) { return KR_xmlReadEndTag(x.tag, x.file->file, nullptr); },
+             "stale||stale"},
+            {"content", 1, [](State& x) { return KR_xmlReadTagContent(x.content, x.file->file); },
+             "|stale|stale"},
+            {"wide content", 1,
+             [](State& x) { return KR_xmlReadTagContentW(x.contentW, x.file->file); },
+             "stale|stale|"},
+            {"entry", 0,
+             [&](State& x) {
+                 return KR_xmlReadTagEntry(x.content, x.file->file, tag.c_str(), nullptr);
+             },
+             "|stale|stale"},
+            {"wide entry", 0,
+             [](State& x) {
+                 return KR_xmlReadTagEntryW(x.contentW, x.file->file, nullptr, nullptr);
+             },
+             "stale|stale|"},
+            {"entry and its tag", 0,
+             [](State& x) { return KR_xmlReadTagEntry(x.content, x.tag, x.file->file); },
+             "||stale"},
+            {"wide entry and its tag", 0,
+             [](State& x) { return KR_xmlReadTagEntryW(x.contentW, x.tag, x.file->file); },
+             "stale||"},
+    };
+
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        int failures = 0;
+        krtest::forEachAllocationFailure(
+                [&] {
+                    auto x = std::make_shared<State>();
+                    x->file = std::make_shared<TagFile>(bytes);
+                    KR_String skipped;
+                    if (row.skip > 0) KR_xmlReadTag(skipped, x->file->file, nullptr);
+                    if (row.skip > 1) KR_xmlReadTagContent(skipped, x->file->file);
+                    capture.clear();
+                    return x;
+                },
+                [&](std::shared_ptr<State>& x) { return row.op(*x); },
+                [&](std::shared_ptr<State>& x, KR_RET_STATUS status, unsigned long) {
+                    ++failures;
+                    EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
+                    EXPECT_NE(std::string::npos, capture.located().find("\nMemory error\n"));
+                    std::string wide = x->contentW.strLeng() == 5 ? "stale" : "";
+                    EXPECT_EQ(0u, x->contentW.strLeng() % 5);
+                    EXPECT_EQ(row.after, text(x->content) + "|" + text(x->tag) + "|" + wide);
+                });
+        EXPECT_LT(0, failures);
+    }
 }

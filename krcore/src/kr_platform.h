@@ -15,7 +15,8 @@ namespace krPlatform {
 // narrow, on Windows with the runtime's wide output. Allocates nothing.
 void writeWide(FILE* stream, const wchar_t* text);
 // Wide formatted output to a C stream, as writeWide writes. Negative on a formatting failure.
-// Messages longer than a few thousand characters take a heap buffer on POSIX.
+// Allocates nothing: on POSIX a message longer than the stack buffer is formatted and converted
+// in pieces, with the same bytes as in one piece.
 int printWide(FILE* stream, const wchar_t* format, va_list args);
 // Wide text and a wide character to the process's standard output: std::wcout on Windows, the
 // multibyte conversion through std::cout on POSIX.

@@ -16,27 +16,364 @@
 
 namespace {
 
-// Converts text to multibyte in stack-sized chunks and hands each chunk to sink.
+// Wide characters to the locale's multibyte encoding through a stack chunk and one conversion
+// state, so that text handed over in pieces comes out byte for byte as if converted in one go.
+// An unconvertible character becomes '?'. A character is converted whole into the chunk, so a
+// flush never splits a multibyte character. The sink receives each full chunk; none when dry.
 template <class Sink>
-void toMultibyte(const wchar_t* text, size_t count, Sink sink) {
-    char chunk[256];
-    size_t used = 0;
-    mbstate_t state;
-    memset(&state, 0, sizeof state);
-    for (size_t i = 0; i < count; ++i) {
-        if (used + MB_LEN_MAX + 1 > sizeof chunk) {
-            sink(chunk, used);
-            used = 0;
-        }
-        size_t n = wcrtomb(chunk + used, text[i], &state);
+class MultibyteWriter {
+public:
+    explicit MultibyteWriter(Sink sink, bool dry = false) : sink_(sink), used_(0), dry_(dry) {
+        memset(&state_, 0, sizeof state_);
+    }
+
+    MultibyteWriter(const MultibyteWriter&) = delete;
+    MultibyteWriter& operator=(const MultibyteWriter&) = delete;
+
+    ~MultibyteWriter() { flush(); }
+
+    void put(const wchar_t* text, size_t count) {
+        for (size_t i = 0; i < count && !dry_; ++i)
+            put(text[i]);
+    }
+
+    void put(wchar_t c) {
+        if (dry_) return;
+        if (used_ + MB_LEN_MAX + 1 > sizeof chunk_) flush();
+        size_t n = wcrtomb(chunk_ + used_, c, &state_);
         if (n == static_cast<size_t>(-1)) {
-            memset(&state, 0, sizeof state);
-            chunk[used++] = '?';
+            memset(&state_, 0, sizeof state_);
+            chunk_[used_++] = '?';
         } else {
-            used += n;
+            used_ += n;
         }
     }
-    if (used > 0) sink(chunk, used);
+
+    void flush() {
+        if (used_ > 0) sink_(chunk_, used_);
+        used_ = 0;
+    }
+
+    bool dry() const { return dry_; }
+
+private:
+    Sink sink_;
+    char chunk_[256];
+    size_t used_;
+    bool dry_;
+    mbstate_t state_;
+};
+
+template <class Sink>
+void toMultibyte(const wchar_t* text, size_t count, Sink sink) {
+    MultibyteWriter<Sink> writer(sink);
+    writer.put(text, count);
+}
+
+// --- Wide formatted output in pieces, for texts longer than the stack buffer ---
+
+constexpr size_t kFormatBuffer = 2048;  // wide characters formatted on the stack at once
+
+// One conversion of a wide format: flags, width and precision (-1: none; '*' already taken from
+// the arguments), length modifier and conversion character.
+struct Conversion {
+    wchar_t flags[8];
+    size_t flagCount;
+    int width;
+    int precision;
+    wchar_t length[3];
+    wchar_t type;
+    bool left;
+};
+
+// Reads an optional number or '*' at p; '*' takes an int argument.
+int readCount(const wchar_t*& p, va_list* args, int none) {
+    if (*p == L'*') {
+        ++p;
+        return va_arg(*args, int);
+    }
+    if (*p < L'0' || *p > L'9') return none;
+    long value = 0;
+    for (; *p >= L'0' && *p <= L'9'; ++p)
+        value = value < INT_MAX / 10 ? value * 10 + (*p - L'0') : INT_MAX;
+    return static_cast<int>(value);
+}
+
+// Parses the conversion after a '%' at p and takes its '*' arguments; null for what the piecewise
+// path does not take (positional arguments, an unknown or overlong conversion).
+const wchar_t* parseConversion(const wchar_t* p, Conversion& c, va_list* args) {
+    c.flagCount = 0;
+    c.left = false;
+    for (; wcschr(L"-+ #0'I", *p) != nullptr && *p != L'\0'; ++p) {
+        if (c.flagCount == sizeof c.flags / sizeof c.flags[0] - 1) return nullptr;
+        if (*p == L'-') c.left = true;
+        c.flags[c.flagCount++] = *p;
+    }
+    c.flags[c.flagCount] = L'\0';
+    c.width = readCount(p, args, -1);
+    if (*p == L'$') return nullptr;
+    if (c.width < 0 && c.width != -1) {
+        // A negative '*' width means left alignment.
+        c.left = true;
+        c.width = c.width == INT_MIN ? INT_MAX : -c.width;
+    }
+    c.precision = -1;
+    if (*p == L'.') {
+        ++p;
+        c.precision = readCount(p, args, 0);
+        if (c.precision < 0) c.precision = -1;
+    }
+    size_t n = 0;
+    while (n < 2 && wcschr(L"hlLqjzZt", *p) != nullptr && *p != L'\0')
+        c.length[n++] = *p++;
+    c.length[n] = L'\0';
+    if (*p == L'\0' || wcschr(L"diouxXfFeEgGaAcCsSpnm%", *p) == nullptr) return nullptr;
+    c.type = *p;
+    return p + 1;
+}
+
+bool isNumeric(const Conversion& c) {
+    return wcschr(L"diouxXfFeEgGaAp", c.type) != nullptr;
+}
+
+template <class Char>
+Char* putNumber(Char* out, int value) {
+    Char digits[12];
+    int n = 0;
+    do {
+        digits[n++] = static_cast<Char>('0' + value % 10);
+        value /= 10;
+    } while (value > 0);
+    while (n > 0)
+        *out++ = digits[--n];
+    return out;
+}
+
+// The single-conversion format of c ("%-12.3ld"), in the narrow or the wide width, with or
+// without its width.
+template <class Char>
+void specOf(const Conversion& c, bool withWidth, Char* out) {
+    *out++ = Char('%');
+    for (size_t i = 0; i < c.flagCount; ++i)
+        if (withWidth || c.flags[i] != L'-') *out++ = static_cast<Char>(c.flags[i]);
+    if (c.left && withWidth) *out++ = Char('-');
+    if (withWidth && c.width >= 0) out = putNumber(out, c.width);
+    if (c.precision >= 0) {
+        *out++ = Char('.');
+        out = putNumber(out, c.precision);
+    }
+    for (const wchar_t* l = c.length; *l != L'\0'; ++l)
+        *out++ = static_cast<Char>(*l);
+    *out++ = static_cast<Char>(c.type);
+    *out = Char(0);
+}
+
+struct NoArgument {};
+
+int formatOne(wchar_t* buffer, const wchar_t* spec, NoArgument) {
+    return swprintf(buffer, kFormatBuffer, spec);
+}
+
+template <class T>
+int formatOne(wchar_t* buffer, const wchar_t* spec, T value) {
+    return swprintf(buffer, kFormatBuffer, spec, value);
+}
+
+// Reads the argument of c with its type and answers visit(argument). Not for %n and %%.
+template <class Visit>
+long long withArgument(const Conversion& c, va_list* args, Visit visit) {
+    wchar_t l0 = c.length[0];
+    bool ll = l0 == L'q' || l0 == L'L' || (l0 == L'l' && c.length[1] == L'l');
+    switch (c.type) {
+        case L'd':
+        case L'i':
+            if (ll) return visit(va_arg(*args, long long));
+            if (l0 == L'l') return visit(va_arg(*args, long));
+            if (l0 == L'j') return visit(va_arg(*args, intmax_t));
+            if (l0 == L'z' || l0 == L'Z') return visit(va_arg(*args, ssize_t));
+            if (l0 == L't') return visit(va_arg(*args, ptrdiff_t));
+            return visit(va_arg(*args, int));
+        case L'o':
+        case L'u':
+        case L'x':
+        case L'X':
+            if (ll) return visit(va_arg(*args, unsigned long long));
+            if (l0 == L'l') return visit(va_arg(*args, unsigned long));
+            if (l0 == L'j') return visit(va_arg(*args, uintmax_t));
+            if (l0 == L'z' || l0 == L'Z') return visit(va_arg(*args, size_t));
+            if (l0 == L't') return visit(va_arg(*args, ptrdiff_t));
+            return visit(va_arg(*args, unsigned int));
+        case L'c':
+            if (l0 == L'l') return visit(va_arg(*args, wint_t));
+            return visit(va_arg(*args, int));
+        case L'C':
+            return visit(va_arg(*args, wint_t));
+        case L's':
+            if (l0 == L'l') return visit(va_arg(*args, const wchar_t*));
+            return visit(va_arg(*args, const char*));
+        case L'S':
+            return visit(va_arg(*args, const wchar_t*));
+        case L'p':
+            return visit(va_arg(*args, void*));
+        case L'm':
+            return visit(NoArgument());
+        default:  // the floating conversions
+            if (l0 == L'L') return visit(va_arg(*args, long double));
+            return visit(va_arg(*args, double));
+    }
+}
+
+// Stores the count of characters written so far through %n's pointer.
+void storeCount(const Conversion& c, va_list* args, int count) {
+    wchar_t l0 = c.length[0];
+    if (l0 == L'h' && c.length[1] == L'h') {
+        *va_arg(*args, signed char*) = static_cast<signed char>(count);
+    } else if (l0 == L'h') {
+        *va_arg(*args, short*) = static_cast<short>(count);
+    } else if (l0 == L'l' && c.length[1] == L'l') {
+        *va_arg(*args, long long*) = count;
+    } else if (l0 == L'l') {
+        *va_arg(*args, long*) = count;
+    } else if (l0 == L'j') {
+        *va_arg(*args, intmax_t*) = count;
+    } else if (l0 == L'z' || l0 == L'Z') {
+        *va_arg(*args, size_t*) = static_cast<size_t>(count);
+    } else if (l0 == L't') {
+        *va_arg(*args, ptrdiff_t*) = count;
+    } else {
+        *va_arg(*args, int*) = count;
+    }
+}
+
+template <class Writer>
+void putRepeated(Writer& out, wchar_t c, size_t count) {
+    for (size_t i = 0; i < count && !out.dry(); ++i)
+        out.put(c);
+}
+
+// A string conversion whose text is longer than the stack buffer, with its precision (the most
+// characters taken) and width applied by hand. A narrow text is converted as vswprintf converts
+// it, character by character with one state; -1 when it does not convert.
+template <class Writer>
+long long putLongString(Writer& out, const Conversion& c, const wchar_t* text) {
+    size_t limit = c.precision < 0 ? SIZE_MAX : static_cast<size_t>(c.precision);
+    size_t count = 0;
+    while (count < limit && text[count] != L'\0')
+        ++count;
+    size_t pad = c.width > 0 && static_cast<size_t>(c.width) > count ? c.width - count : 0;
+    if (!c.left) putRepeated(out, L' ', pad);
+    out.put(text, count);
+    if (c.left) putRepeated(out, L' ', pad);
+    return static_cast<long long>(count + pad);
+}
+
+template <class Writer>
+long long putLongString(Writer& out, const Conversion& c, const char* text) {
+    size_t limit = c.precision < 0 ? SIZE_MAX : static_cast<size_t>(c.precision);
+    // First count (and check) the characters, then write them: padding on the left needs the
+    // count, and a text that does not convert must write nothing.
+    size_t count = 0;
+    mbstate_t state;
+    memset(&state, 0, sizeof state);
+    for (const char* p = text; count < limit; ++count) {
+        wchar_t w;
+        size_t n = mbrtowc(&w, p, MB_LEN_MAX, &state);
+        if (n == 0) break;
+        if (n == static_cast<size_t>(-1) || n == static_cast<size_t>(-2)) return -1;
+        p += n;
+    }
+    size_t pad = c.width > 0 && static_cast<size_t>(c.width) > count ? c.width - count : 0;
+    if (!c.left) putRepeated(out, L' ', pad);
+    memset(&state, 0, sizeof state);
+    const char* p = text;
+    for (size_t i = 0; i < count && !out.dry(); ++i) {
+        wchar_t w;
+        p += mbrtowc(&w, p, MB_LEN_MAX, &state);
+        out.put(w);
+    }
+    if (c.left) putRepeated(out, L' ', pad);
+    return static_cast<long long>(count + pad);
+}
+
+// One conversion onto out: formatted into the stack buffer when it fits; otherwise a number is
+// printed narrow straight to the stream (its text is the same in both widths), a string longer
+// than the buffer is written piece by piece, and a wide width is padded by hand. stream is null
+// in the dry run. Answers the wide characters produced, or -1 where vswprintf would fail.
+template <class Writer, class T>
+long long putConversion(Writer& out, FILE* stream, const Conversion& c, T value, wchar_t* buffer) {
+    wchar_t spec[48];
+    specOf(c, true, spec);
+    int n = formatOne(buffer, spec, value);
+    if (n >= 0) {
+        out.put(buffer, static_cast<size_t>(n));
+        return n;
+    }
+    if constexpr (std::is_arithmetic<T>::value || std::is_pointer<T>::value) {
+        if (isNumeric(c)) {
+            char narrow[48];
+            specOf(c, true, narrow);
+            out.flush();
+            if (stream == nullptr) return snprintf(nullptr, 0, narrow, value);
+            return fprintf(stream, narrow, value);
+        }
+    }
+    if (c.width > 0) {
+        specOf(c, false, spec);
+        n = formatOne(buffer, spec, value);
+    }
+    if constexpr (std::is_same<T, const char*>::value || std::is_same<T, const wchar_t*>::value) {
+        if (n < 0 && value != nullptr) return putLongString(out, c, value);
+    }
+    if (n < 0) return -1;
+    size_t pad = c.width > n ? static_cast<size_t>(c.width - n) : 0;
+    if (!c.left) putRepeated(out, L' ', pad);
+    out.put(buffer, static_cast<size_t>(n));
+    if (c.left) putRepeated(out, L' ', pad);
+    return static_cast<long long>(n + pad);
+}
+
+// Formats format with args onto stream without a heap buffer: the text between conversions goes
+// out as it stands and each conversion on its own (putConversion). A null stream makes a dry run
+// that writes nothing. Answers the wide characters produced, or -1 for what vswprintf refuses
+// (an invalid conversion, a narrow text that does not convert) and for positional arguments,
+// which this path does not take.
+int formatInPieces(FILE* stream, const wchar_t* format, va_list source) {
+    auto sink = [stream](const char* bytes, size_t n) { fwrite(bytes, 1, n, stream); };
+    MultibyteWriter<decltype(sink)> out(sink, stream == nullptr);
+    wchar_t buffer[kFormatBuffer];
+    int savedErrno = errno;
+    long long total = 0;
+    bool ok = true;
+    va_list args;
+    va_copy(args, source);
+    for (const wchar_t* p = format; ok && *p != L'\0';) {
+        const wchar_t* run = p;
+        while (*p != L'\0' && *p != L'%')
+            ++p;
+        out.put(run, static_cast<size_t>(p - run));
+        total += p - run;
+        if (*p == L'\0') break;
+        Conversion c;
+        p = parseConversion(p + 1, c, &args);
+        if (p == nullptr) {
+            ok = false;
+        } else if (c.type == L'%') {
+            out.put(L'%');
+            ++total;
+        } else if (c.type == L'n') {
+            storeCount(c, &args, static_cast<int>(total < INT_MAX ? total : INT_MAX));
+        } else {
+            errno = savedErrno;  // for %m
+            long long n = withArgument(c, &args, [&](auto value) {
+                return putConversion(out, stream, c, value, buffer);
+            });
+            ok = n >= 0;
+            total += n;
+        }
+    }
+    va_end(args);
+    errno = savedErrno;
+    return ok && total <= INT_MAX ? static_cast<int>(total) : -1;
 }
 
 // A wide name in the locale's multibyte encoding, on the heap (free()); null with errno set
@@ -76,31 +413,20 @@ void writeWide(FILE* stream, const wchar_t* text) {
 
 int printWide(FILE* stream, const wchar_t* format, va_list args) {
     if (stream == nullptr || format == nullptr) return -1;
-    wchar_t local[2048];
+    wchar_t local[kFormatBuffer];
     va_list copy;
     va_copy(copy, args);
-    int n = vswprintf(local, sizeof local / sizeof local[0], format, copy);
+    int n = vswprintf(local, kFormatBuffer, format, copy);
     va_end(copy);
     if (n >= 0) {
         toMultibyte(local, static_cast<size_t>(n),
                     [stream](const char* bytes, size_t count) { fwrite(bytes, 1, count, stream); });
         return n;
     }
-    // vswprintf gives no length on overflow: grow a heap buffer until the text fits.
-    for (size_t size = 8192; size <= (size_t{1} << 24); size *= 4) {
-        wchar_t* buffer = static_cast<wchar_t*>(malloc(size * sizeof(wchar_t)));
-        if (buffer == nullptr) return -1;
-        va_copy(copy, args);
-        n = vswprintf(buffer, size, format, copy);
-        va_end(copy);
-        if (n >= 0) {
-            toMultibyte(buffer, static_cast<size_t>(n),
-                        [stream](const char* bytes, size_t c) { fwrite(bytes, 1, c, stream); });
-        }
-        free(buffer);
-        if (n >= 0) return n;
-    }
-    return -1;
+    // vswprintf gives no length on overflow, and a text that cannot be formatted fails the same
+    // way: a dry run tells the two apart, so that a failing text still writes nothing at all.
+    if (formatInPieces(nullptr, format, args) < 0) return -1;
+    return formatInPieces(stream, format, args);
 }
 
 void coutWide(const wchar_t* text) {

@@ -282,11 +282,30 @@ struct StringBody {
         return compareSameWidth(s.text_, same.get());
     }
 
+    // result := left followed by right, both in C's width; a failure is reported and leaves
+    // result null, never holding one side alone.
+    template <class T>
+    static void join(S& result, const C* left, const T* right) {
+        SameWidth<C> same(right);
+        if (KRI_FAILED(same.status())) {
+            KRI_FAIL(same.status());
+            return;
+        }
+        C* joined = concatText(left, textLength(left), same.get(), textLength(same.get()));
+        if (joined == nullptr) {
+            KRI_FAIL(KR_RET_ERR_MEM);
+            return;
+        }
+        freeBlock(result.text_);
+        result.text_ = joined;
+    }
+
     template <class T>
     static S concat(const S& s, const T& value) {
-        S result(s);
         auto other = operand(value);
-        if (s.initialised_ && other.ready) result += other.text;
+        if (!s.initialised_ || !other.ready || other.text == nullptr) return S(s);
+        S result;
+        join(result, s.text_, other.text);
         return result;
     }
 
@@ -294,8 +313,13 @@ struct StringBody {
     template <class T>
     static S prepend(const T* text, const S& s) {
         if (text == nullptr) return s;
-        S result(text);
-        result += s;
+        S result;
+        SameWidth<C> same(text);
+        if (KRI_FAILED(same.status())) {
+            KRI_FAIL(same.status());
+            return result;
+        }
+        join(result, same.get(), s.initialised_ ? s.text_ : nullptr);
         return result;
     }
 
