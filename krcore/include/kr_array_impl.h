@@ -94,22 +94,45 @@ public:
 
     // Cursor operations. Not initialised: reported, KR_RET_ERR_POBJ (6, read as true, from the
     // operations answering unsigned char); curIsNull then answers true without a report.
-    unsigned char curIsNull() override;
-    unsigned char curAtFirst() override;
-    unsigned char curAtLast() override;
-    KR_RET_STATUS setCurFirst() override;
-    KR_RET_STATUS setCurLast() override;
+    KRI_INLINE unsigned char curIsNull() override { return Cursor::isNull(*this); }
+
+    KRI_INLINE unsigned char curAtFirst() override { return Cursor::isAt(*this, 0); }
+
+    KRI_INLINE unsigned char curAtLast() override {
+        return Cursor::isAt(*this, this->numElems_ - 1);
+    }
+
+    KRI_INLINE KR_RET_STATUS setCurFirst() override { return Cursor::setIndex(*this, 0); }
+
+    KRI_INLINE KR_RET_STATUS setCurLast() override {
+        return Cursor::setIndex(*this, this->numElems_ == 0 ? 0 : this->numElems_ - 1);
+    }
+
     // From element 0 (setCurPrev) or the last element (setCurNext) the cursor becomes null and the
     // answer is KR_RET_FALSE.
-    KR_RET_STATUS setCurPrev() override;
-    KR_RET_STATUS setCurNext() override;
-    KR_RET_STATUS getCurIndex(unsigned int& index) override;
-    KR_RET_STATUS setCurIndex(unsigned int index) override;
-    KR_RET_STATUS getCurElem(T** elem) override;
-    KR_RET_STATUS setCurElem(T elem) override;
-    KR_RET_STATUS setCur(T elem) override;
+    KRI_INLINE KR_RET_STATUS setCurPrev() override { return Cursor::step(*this, ~0u); }
+
+    KRI_INLINE KR_RET_STATUS setCurNext() override { return Cursor::step(*this, 1); }
+
+    KRI_INLINE KR_RET_STATUS getCurIndex(unsigned int& index) override {
+        return Cursor::getIndex(*this, index);
+    }
+
+    KRI_INLINE KR_RET_STATUS setCurIndex(unsigned int index) override {
+        return Cursor::setIndex(*this, index);
+    }
+
+    KRI_INLINE KR_RET_STATUS getCurElem(T** elem) override { return Cursor::getElem(*this, elem); }
+
+    KRI_INLINE KR_RET_STATUS setCurElem(T elem) override { return Cursor::setElem(*this, elem); }
+
+    KRI_INLINE KR_RET_STATUS setCur(T elem) override { return Cursor::find(*this, elem); }
 
 private:
+    friend struct krInternal::ArrayCursor<KR_Array<T>, T>;
+    typedef krInternal::ArrayCursor<KR_Array<T>, T> Cursor;
+    static constexpr const char* kUnit = "krcore/include/kr_array_impl";
+
     static constexpr bool kPlain = krInternal::kPlainElem<T>;
 
     KR_RET_STATUS initDataMembers(unsigned int n);
@@ -449,92 +472,6 @@ KR_RET_STATUS KR_Array<T>::memMove(unsigned int dst,
         }
     }
     return KR_RET_TRUE;
-}
-
-template <class T>
-unsigned char KR_Array<T>::curIsNull() {
-    return !initialised_ || this->cur_.elem == nullptr;
-}
-
-template <class T>
-unsigned char KR_Array<T>::curAtFirst() {
-    krInternal::clearUserError();
-    if (!initialised_) return static_cast<unsigned char>(KRI_FAIL(KR_RET_ERR_POBJ));
-    return krInternal::cursorAt(this->cur_, this->numElems_, 0);
-}
-
-template <class T>
-unsigned char KR_Array<T>::curAtLast() {
-    krInternal::clearUserError();
-    if (!initialised_) return static_cast<unsigned char>(KRI_FAIL(KR_RET_ERR_POBJ));
-    return krInternal::cursorAt(this->cur_, this->numElems_, this->numElems_ - 1);
-}
-
-template <class T>
-KR_RET_STATUS KR_Array<T>::setCurFirst() {
-    return setCurIndex(0);
-}
-
-template <class T>
-KR_RET_STATUS KR_Array<T>::setCurLast() {
-    return setCurIndex(this->numElems_ == 0 ? 0 : this->numElems_ - 1);
-}
-
-// Stepping off either end goes to an index that does not exist, which nulls the cursor.
-template <class T>
-KR_RET_STATUS KR_Array<T>::setCurPrev() {
-    krInternal::clearUserError();
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    return this->cur_.elem == nullptr ? KR_RET_FALSE : setCurIndex(this->cur_.index - 1);
-}
-
-template <class T>
-KR_RET_STATUS KR_Array<T>::setCurNext() {
-    krInternal::clearUserError();
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    return this->cur_.elem == nullptr ? KR_RET_FALSE : setCurIndex(this->cur_.index + 1);
-}
-
-template <class T>
-KR_RET_STATUS KR_Array<T>::getCurIndex(unsigned int& index) {
-    krInternal::clearUserError();
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    return krInternal::cursorIndex(this->cur_, index);
-}
-
-template <class T>
-KR_RET_STATUS KR_Array<T>::setCurIndex(unsigned int index) {
-    krInternal::clearUserError();
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    if (index >= this->numElems_) {
-        nullCursor();
-        return KR_RET_FALSE;
-    }
-    placeCursor(index);
-    return KR_RET_TRUE;
-}
-
-template <class T>
-KR_RET_STATUS KR_Array<T>::getCurElem(T** elem) {
-    krInternal::clearUserError();
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    if (elem == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
-    *elem = this->cur_.elem;
-    return *elem == nullptr ? KR_RET_FALSE : KR_RET_TRUE;
-}
-
-template <class T>
-KR_RET_STATUS KR_Array<T>::setCurElem(T elem) {
-    krInternal::clearUserError();
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    return krInternal::writeCursor(this->cur_, elem);
-}
-
-template <class T>
-KR_RET_STATUS KR_Array<T>::setCur(T elem) {
-    krInternal::clearUserError();
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    return this->walkToElem(elem);
 }
 
 template <class T>

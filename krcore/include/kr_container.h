@@ -12,8 +12,10 @@
 #include <type_traits>
 #include <utility>
 
+#include "kr_alloc.h"
 #include "kr_base.h"
 #include "kr_globals.h"
+#include "kr_iterator_impl.h"
 #include "kr_reporter.h"
 
 // KRI_ macros for this header only, taken back by kr_macros_end.h at its end.
@@ -26,27 +28,6 @@ class KR_Command;
 // Where an insertion goes relative to the given index. Operations test only for zero, except
 // KR_Array::insElems with grow zero, which takes exactly KR_INS_AFTER as "after".
 enum KR_INS_METHOD { KR_INS_BEFORE = 0, KR_INS_AFTER = 1 };
-
-// KR_IteratorElem — the cursor of an indexed container: the index of the current element and a
-// pointer to it. node is the linked list's current node (pointer-sized); the other containers
-// keep it zero. Assignment copies all three words.
-template <class T>
-struct KR_IteratorElem {
-    void set(unsigned int newIndex, T* newElem) {
-        index = newIndex;
-        elem = newElem;
-    }
-
-    void clear() {
-        index = 0;
-        elem = nullptr;
-        node = 0;
-    }
-
-    unsigned int index = 0;
-    T* elem = nullptr;  // null when there is no current element (array and list array)
-    uintptr_t node = 0;
-};
 
 // KR_ElemCopy — how the containers copy an element, and whether the copy arrived. The primary
 // template assigns and trusts the result. An element type that owns memory, and that answers a
@@ -94,18 +75,6 @@ KRI_INLINE unsigned int keptIndex(const KR_IteratorElem<T>& cur, unsigned int n)
     unsigned int index = cur.elem != nullptr ? cur.index : 0;
     if (n <= index) index = n == 0 ? 0 : n - 1;
     return index;
-}
-
-template <class T>
-KRI_INLINE KR_RET_STATUS cursorIndex(const KR_IteratorElem<T>& cur, unsigned int& index) {
-    index = cur.elem != nullptr ? cur.index : 0;
-    return cur.elem != nullptr ? KR_RET_TRUE : KR_RET_FALSE;
-}
-
-// Whether a cursor stands on element i of n elements.
-template <class T>
-KRI_INLINE unsigned char cursorAt(const KR_IteratorElem<T>& cur, unsigned int n, unsigned int i) {
-    return cur.elem != nullptr && n > 0 && cur.index == i;
 }
 
 // Byte copies and zero-filling apply only to element types that survive them.
@@ -202,13 +171,77 @@ KRI_INLINE void relocateElems(T* dst, T* src, size_t n, bool raw) {
     }
 }
 
-// Gives the current element the value of a by-value argument; KR_RET_FALSE for a null cursor.
-template <class T>
-KRI_INLINE KR_RET_STATUS writeCursor(const KR_IteratorElem<T>& cur, T& elem) {
-    if (cur.elem == nullptr) return KR_RET_FALSE;
-    takeElem(*cur.elem, elem);
-    return KR_RET_TRUE;
-}
+// The cursor operations of the arrays (KR_Array and KR_VCArray), written once. C is the
+// container: a friend that gives placeCursor(i), nullCursor() and kUnit, its report name. Its
+// cursor is null exactly when the element pointer is. A container that is not initialised is
+// reported under C's name and answers KR_RET_ERR_POBJ (6, read as true, where the answer is an
+// unsigned char).
+template <class C, class T>
+struct ArrayCursor {
+    static KRI_INLINE KR_RET_STATUS notReady() {
+        return failAt(KR_RET_ERR_POBJ, C::kUnit, __LINE__);
+    }
+
+    static KRI_INLINE unsigned char isNull(const C& c) {
+        return !c.initialised_ || c.cur_.elem == nullptr;
+    }
+
+    // Whether the cursor stands on element i.
+    static KRI_INLINE unsigned char isAt(C& c, unsigned int i) {
+        clearUserError();
+        if (!c.initialised_) return static_cast<unsigned char>(notReady());
+        return c.cur_.elem != nullptr && c.numElems_ > 0 && c.cur_.index == i;
+    }
+
+    static KRI_INLINE KR_RET_STATUS setIndex(C& c, unsigned int i) {
+        clearUserError();
+        if (!c.initialised_) return notReady();
+        if (i >= c.numElems_) {
+            c.nullCursor();
+            return KR_RET_FALSE;
+        }
+        c.placeCursor(i);
+        return KR_RET_TRUE;
+    }
+
+    // Steps by one (step is +1 or -1 as an unsigned); off either end to an index that does not
+    // exist, which nulls the cursor and answers KR_RET_FALSE.
+    static KRI_INLINE KR_RET_STATUS step(C& c, unsigned int step) {
+        clearUserError();
+        if (!c.initialised_) return notReady();
+        return c.cur_.elem == nullptr ? KR_RET_FALSE : setIndex(c, c.cur_.index + step);
+    }
+
+    static KRI_INLINE KR_RET_STATUS getIndex(C& c, unsigned int& index) {
+        clearUserError();
+        if (!c.initialised_) return notReady();
+        index = c.cur_.elem != nullptr ? c.cur_.index : 0;
+        return c.cur_.elem != nullptr ? KR_RET_TRUE : KR_RET_FALSE;
+    }
+
+    static KRI_INLINE KR_RET_STATUS getElem(C& c, T** elem) {
+        clearUserError();
+        if (!c.initialised_) return notReady();
+        if (elem == nullptr) return failAt(KR_RET_ERR_ARG, C::kUnit, __LINE__);
+        *elem = c.cur_.elem;
+        return *elem == nullptr ? KR_RET_FALSE : KR_RET_TRUE;
+    }
+
+    // Gives the current element the value of a by-value argument.
+    static KRI_INLINE KR_RET_STATUS setElem(C& c, T& elem) {
+        clearUserError();
+        if (!c.initialised_) return notReady();
+        if (c.cur_.elem == nullptr) return KR_RET_FALSE;
+        takeElem(*c.cur_.elem, elem);
+        return KR_RET_TRUE;
+    }
+
+    static KRI_INLINE KR_RET_STATUS find(C& c, const T& elem) {
+        clearUserError();
+        if (!c.initialised_) return notReady();
+        return c.walkToElem(elem);
+    }
+};
 
 // Clears n slots fresh from array-new: zeros in raw mode and for types whose default
 // construction leaves them undetermined; other types keep their default value.
@@ -240,9 +273,6 @@ KRI_INLINE void clearUsed(T* slots, size_t n, unsigned char rawCopy) {
 }
 
 }  // namespace krInternal
-
-// KR_I_Iterator needs KR_IteratorElem and KR_IndContainer needs KR_I_Iterator.
-#include "kr_iterator_impl.h"
 
 // KR_Container — an unordered collection. numElems() is the count of elements held.
 template <class T>

@@ -1,17 +1,38 @@
 // kr_iterator_impl.h — the built-in cursor of the indexed containers and its lock.
 // KR_I_Iterator holds the cursor (KR_IteratorElem) and a locked flag that detects a cursor walk
-// re-entered from inside itself on the same thread; it is not a mutex. Include kr_container.h,
-// which declares the cursor record first; this header does so itself when included alone.
-#include "kr_container.h"
-
+// re-entered from inside itself on the same thread; it is not a mutex. The containers'
+// interfaces (kr_container.h) build on it.
 #ifndef KRCORE_KR_ITERATOR_IMPL_H
 #define KRCORE_KR_ITERATOR_IMPL_H
+
+#include <stdint.h>
 
 #include "kr_base.h"
 #include "kr_reporter.h"
 
 // KRI_ macros for this header only, taken back by kr_macros_end.h at its end.
 #include "kr_macros_begin.h"
+
+// KR_IteratorElem — the cursor of an indexed container: the index of the current element and a
+// pointer to it. node is the linked list's current node (pointer-sized); the other containers
+// keep it zero. Assignment copies all three words.
+template <class T>
+struct KR_IteratorElem {
+    void set(unsigned int newIndex, T* newElem) {
+        index = newIndex;
+        elem = newElem;
+    }
+
+    void clear() {
+        index = 0;
+        elem = nullptr;
+        node = 0;
+    }
+
+    unsigned int index = 0;
+    T* elem = nullptr;  // null when there is no current element (array and list array)
+    uintptr_t node = 0;
+};
 
 // KR_I_Iterator — the cursor side of an indexed container. Every operation but the lock is
 // given by the concrete container. Copying copies the flags and the cursor words as they are;
@@ -140,6 +161,8 @@ KR_RET_STATUS KR_I_Iterator<T>::walkToElem(const T& elem) {
 }
 
 #pragma pop_macro("KRI_UNIT")
+
+class KR_Command;
 
 extern template class KR_API KR_I_Iterator<unsigned int>;
 extern template class KR_API KR_I_Iterator<KR_Command*>;

@@ -90,20 +90,47 @@ public:
 
     KRI_INLINE unsigned char getRawCopy() { return rawCopy_; }
 
-    unsigned char curIsNull() override;
-    unsigned char curAtFirst() override;
-    unsigned char curAtLast() override;
-    KR_RET_STATUS setCurFirst() override;
-    KR_RET_STATUS setCurLast() override;
-    KR_RET_STATUS setCurPrev() override;
+    // Cursor operations. Not initialised: reported, KR_RET_ERR_POBJ (6, read as true, from the
+    // operations answering unsigned char); curIsNull then answers true without a report.
+    KRI_INLINE unsigned char curIsNull() override { return Cursor::isNull(*this); }
+
+    KRI_INLINE unsigned char curAtFirst() override { return Cursor::isAt(*this, 0); }
+
+    KRI_INLINE unsigned char curAtLast() override {
+        return Cursor::isAt(*this, this->numElems_ - 1);
+    }
+
+    KRI_INLINE KR_RET_STATUS setCurFirst() override { return Cursor::setIndex(*this, 0); }
+
+    KRI_INLINE KR_RET_STATUS setCurLast() override {
+        return Cursor::setIndex(*this, this->numElems_ == 0 ? 0 : this->numElems_ - 1);
+    }
+
+    // From element 0 (setCurPrev) or the last element (setCurNext) the cursor becomes null and the
+    // answer is KR_RET_FALSE.
+    KRI_INLINE KR_RET_STATUS setCurPrev() override { return Cursor::step(*this, ~0u); }
+
     KR_RET_STATUS setCurNext() override;
-    KR_RET_STATUS getCurIndex(unsigned int& index) override;
-    KR_RET_STATUS setCurIndex(unsigned int index) override;
-    KR_RET_STATUS getCurElem(T** elem) override;
-    KR_RET_STATUS setCurElem(T elem) override;
-    KR_RET_STATUS setCur(T elem) override;
+
+    KRI_INLINE KR_RET_STATUS getCurIndex(unsigned int& index) override {
+        return Cursor::getIndex(*this, index);
+    }
+
+    KRI_INLINE KR_RET_STATUS setCurIndex(unsigned int index) override {
+        return Cursor::setIndex(*this, index);
+    }
+
+    KRI_INLINE KR_RET_STATUS getCurElem(T** elem) override { return Cursor::getElem(*this, elem); }
+
+    KRI_INLINE KR_RET_STATUS setCurElem(T elem) override { return Cursor::setElem(*this, elem); }
+
+    KRI_INLINE KR_RET_STATUS setCur(T elem) override { return Cursor::find(*this, elem); }
 
 private:
+    friend struct krInternal::ArrayCursor<KR_VCArray<T>, T>;
+    typedef krInternal::ArrayCursor<KR_VCArray<T>, T> Cursor;
+    static constexpr const char* kUnit = "krcore/include/kr_vcarray_impl";
+
     typedef KR_VCARR_LLIST_REC<T> Record;
     KR_RET_STATUS initDataMembers(unsigned int n, unsigned int blockSize, unsigned char rawCopy);
     KR_RET_STATUS cleanupDataMembers();
@@ -344,43 +371,6 @@ KR_RET_STATUS KR_VCArray<T>::delCurElem(unsigned char moveNext) {
 }
 
 template <class T>
-unsigned char KR_VCArray<T>::curIsNull() {
-    return !initialised_ || this->cur_.elem == nullptr;
-}
-
-template <class T>
-unsigned char KR_VCArray<T>::curAtFirst() {
-    krInternal::clearUserError();
-    if (!initialised_) return static_cast<unsigned char>(KRI_FAIL(KR_RET_ERR_POBJ));
-    return krInternal::cursorAt(this->cur_, this->numElems_, 0);
-}
-
-template <class T>
-unsigned char KR_VCArray<T>::curAtLast() {
-    krInternal::clearUserError();
-    if (!initialised_) return static_cast<unsigned char>(KRI_FAIL(KR_RET_ERR_POBJ));
-    return krInternal::cursorAt(this->cur_, this->numElems_, this->numElems_ - 1);
-}
-
-template <class T>
-KR_RET_STATUS KR_VCArray<T>::setCurFirst() {
-    return setCurIndex(0);
-}
-
-template <class T>
-KR_RET_STATUS KR_VCArray<T>::setCurLast() {
-    return setCurIndex(this->numElems_ == 0 ? 0 : this->numElems_ - 1);
-}
-
-// Stepping off the front goes to an index that does not exist, which nulls the cursor.
-template <class T>
-KR_RET_STATUS KR_VCArray<T>::setCurPrev() {
-    krInternal::clearUserError();
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    return this->cur_.elem == nullptr ? KR_RET_FALSE : setCurIndex(this->cur_.index - 1);
-}
-
-template <class T>
 KR_RET_STATUS KR_VCArray<T>::setCurNext() {
     krInternal::clearUserError();
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
@@ -397,48 +387,6 @@ KR_RET_STATUS KR_VCArray<T>::setCurNext() {
         placeCursor(next);
     }
     return KR_RET_TRUE;
-}
-
-template <class T>
-KR_RET_STATUS KR_VCArray<T>::getCurIndex(unsigned int& index) {
-    krInternal::clearUserError();
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    return krInternal::cursorIndex(this->cur_, index);
-}
-
-template <class T>
-KR_RET_STATUS KR_VCArray<T>::setCurIndex(unsigned int index) {
-    krInternal::clearUserError();
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    if (index >= this->numElems_) {
-        nullCursor();
-        return KR_RET_FALSE;
-    }
-    placeCursor(index);
-    return KR_RET_TRUE;
-}
-
-template <class T>
-KR_RET_STATUS KR_VCArray<T>::getCurElem(T** elem) {
-    krInternal::clearUserError();
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    if (elem == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
-    *elem = this->cur_.elem;
-    return *elem == nullptr ? KR_RET_FALSE : KR_RET_TRUE;
-}
-
-template <class T>
-KR_RET_STATUS KR_VCArray<T>::setCurElem(T elem) {
-    krInternal::clearUserError();
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    return krInternal::writeCursor(this->cur_, elem);
-}
-
-template <class T>
-KR_RET_STATUS KR_VCArray<T>::setCur(T elem) {
-    krInternal::clearUserError();
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    return this->walkToElem(elem);
 }
 
 template <class T>
