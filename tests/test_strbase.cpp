@@ -472,12 +472,19 @@ KR_RET_STATUS arrived(T* block) {
 // Every allocating raw-text utility, narrow and wide: after each failed allocation the
 // function gives its documented answer (KR_RET_ERR_MEM, null, the text itself for a search),
 // reports it once and leaks nothing.
+#if defined(_WIN32)
+constexpr bool kWideCommandRunsAsItIs = true;
+#else
+constexpr bool kWideCommandRunsAsItIs = false;
+#endif
+
 TEST(StrBaseFaults, EveryAllocationFailureIsReportedAndLeaksNothing) {
     KR_REQUIRE_FAULT_INJECTION();
 
     const struct {
         const char* name;
         std::function<KR_RET_STATUS()> op;  // KR_RET_ERR_MEM exactly when an allocation failed
+        bool mayNotAllocate = false;        // the platform's call takes the text as it is
     } rows[] = {
             {"strstr",
              [] { return KR_strstr(text, "c", 0) == text + 2 ? KR_RET_TRUE : KR_RET_ERR_MEM; }},
@@ -501,7 +508,9 @@ TEST(StrBaseFaults, EveryAllocationFailureIsReportedAndLeaksNothing) {
             {"strdupW", [] { return arrived(KR_strdupW(L"x")); }},
             {"strToWStr", [] { return arrived(KR_strToWStr("x")); }},
             {"wStrToStr", [] { return arrived(KR_wStrToStr(L"x")); }},
-            {"systemW", [] { return KR_systemW(L"exit 0") == -1 ? KR_RET_ERR_MEM : KR_RET_TRUE; }},
+            // Windows runs a wide command as it is; elsewhere it is converted to multibyte first.
+            {"systemW", [] { return KR_systemW(L"exit 0") == -1 ? KR_RET_ERR_MEM : KR_RET_TRUE; },
+             kWideCommandRunsAsItIs},
     };
 
     krtest::ReportCapture capture;
@@ -518,7 +527,9 @@ TEST(StrBaseFaults, EveryAllocationFailureIsReportedAndLeaksNothing) {
                     EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
                     EXPECT_EQ("src/kr_strbase: line N: \nMemory error\n\n", capture.located());
                 });
-        EXPECT_LT(0, runs);
+        if (!row.mayNotAllocate) {
+            EXPECT_LT(0, runs);
+        }
     }
 }
 
