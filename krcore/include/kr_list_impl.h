@@ -106,6 +106,7 @@ public:
     KR_RET_STATUS setCurFirst() override;
     KR_RET_STATUS setCurLast() override;
     KR_RET_STATUS setCurPrev() override;
+    // Inlined, with curIsNull and getCurElem, into the caller's walk.
     KR_RET_STATUS setCurNext() override;
     KR_RET_STATUS getCurIndex(unsigned int& index) override;
     // Walks index steps from the head; past the end: null cursor, KR_RET_FALSE.
@@ -426,7 +427,7 @@ KR_RET_STATUS KR_LList<T>::delCurElem(unsigned char moveNext) {
 }
 
 template <class T>
-unsigned char KR_LList<T>::curIsNull() {
+KRI_INLINE unsigned char KR_LList<T>::curIsNull() {
     return !initialised_ || curNode() == nullptr;
 }
 
@@ -483,7 +484,7 @@ KR_RET_STATUS KR_LList<T>::setCurPrev() {
 }
 
 template <class T>
-KR_RET_STATUS KR_LList<T>::setCurNext() {
+KRI_INLINE KR_RET_STATUS KR_LList<T>::setCurNext() {
     krInternal::clearUserError();
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
     Node* node = curNode();
@@ -524,7 +525,7 @@ KR_RET_STATUS KR_LList<T>::setCurIndex(unsigned int index) {
 }
 
 template <class T>
-KR_RET_STATUS KR_LList<T>::getCurElem(T** elem) {
+KRI_INLINE KR_RET_STATUS KR_LList<T>::getCurElem(T** elem) {
     krInternal::clearUserError();
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
     if (elem == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
