@@ -236,12 +236,23 @@ TEST(ElementCopy, FailedCopiesLeaveTheOldTexts) {
             {{"appendElem", 1, [](List& l) { return l.appendElem(outside("new")); }},
              {"insElemAtCur", 2,
               [&](List& l) { return l.insElemAtCur(KR_INS_AFTER, (*otherList)[0]); }},
+
              {"addElems", 5, [&](List& l) { return l.addElems(*otherList, 1); }},
              {"assign", 4, [&](List& l) { return assigned(l, *otherList); }},
              {"copy construction", 4, [&](List&) { return copied(*otherList); }}},
             {krtest::statusReport("krcore/include/kr_list_impl", "Memory error"),
              strMem + krtest::statusReport("krcore/include/kr_list_impl", "Memory error"),
              containerMem, strMem + containerMem});
+    // An empty list appends a copy of the element instead: a lost copy adds nothing.
+    krtest::ReportCapture capture;
+    krtest::forEachAllocationFailure([] { return std::make_unique<List>(); },
+                                     [&](std::unique_ptr<List>& l) {
+                                         return l->insElemAtCur(KR_INS_AFTER, (*otherList)[0]);
+                                     },
+                                     [](std::unique_ptr<List>& l, KR_RET_STATUS st, unsigned long) {
+                                         EXPECT_KR_STATUS(KR_RET_ERR_MEM, st);
+                                         EXPECT_EQ(0u, l->numElems());
+                                     });
     krtest::expectFailuresKeepContainer<VC>(
             [] {
                 auto v = texts(std::make_unique<VC>(0, 2, 0), {"one", "two", "three"});

@@ -241,7 +241,11 @@ template <class T>
 KR_RET_STATUS KR_LList<T>::insElemAtCur(KR_INS_METHOD method, T& elem) {
     krInternal::clearUserError();
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    if (this->numElems_ == 0) return appendElem(elem);
+    if (this->numElems_ == 0) {
+        T value;
+        if (!krInternal::probeCopy(value, elem)) return KRI_FAIL(KR_RET_ERR_MEM);
+        return appendElem(static_cast<T&&>(value));
+    }
     if (curNode() == nullptr) return KRI_FAIL(KR_RET_ERR_CALL);
     Node* node = krInternal::newObject<Node>();
     if (node == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
