@@ -268,70 +268,74 @@ TEST(ElementCopy, FailedCopiesLeaveTheOldTexts) {
              strMem + krtest::statusReport("krcore/include/kr_vcarray_impl", "Memory error")});
 }
 
-// The adapters copy through their storage: a failed copy leaves the target stack or queue with
-// its old texts, and a push or put hands its argument over without copying it.
-TEST(ElementCopy, AdaptersKeepTheirTextsWhenACopyFails) {
-    KR_REQUIRE_FAULT_INJECTION();
-    krtest::ReportCapture capture;
-    KR_Stack<KR_String> stackSource(0, 2, 2, 0);
-    KR_Queue<KR_String> queueSource(0, 2, 2, 0);
-    for (const char* text : {"a", "b", "c"}) {
-        stackSource.push(outside(text));
-        queueSource.put(outside(text));
-    }
-    auto stackTexts = [](KR_Stack<KR_String>& s) {
+// The adapters: how an element goes in, and the texts held, oldest first.
+struct StackOfTexts {
+    using Type = KR_Stack<KR_String>;
+
+    static KR_RET_STATUS add(Type& s, const char* text) { return s.push(outside(text)); }
+
+    static std::string texts(Type& s) {
         std::string all;
         for (unsigned int i = 0; i < s.getNum(); ++i)
             all += krtest::valueOf(s.peek(i)) + ",";
         return all;
-    };
-    auto queueTexts = [](KR_Queue<KR_String> q) {
+    }
+};
+
+struct QueueOfTexts {
+    using Type = KR_Queue<KR_String>;
+
+    static KR_RET_STATUS add(Type& q, const char* text) { return q.put(outside(text)); }
+
+    static std::string texts(Type q) {
         std::string all;
         while (!q.isEmpty())
             all += krtest::valueOf(q.get()) + ",";
         return all;
-    };
+    }
+};
+
+template <class K>
+class AdapterCopy : public ::testing::Test {};
+
+using Adapters = ::testing::Types<StackOfTexts, QueueOfTexts>;
+TYPED_TEST_SUITE(AdapterCopy, Adapters);
+
+// A failed copy leaves the target with its old texts; a push or put hands its argument over
+// without copying it, so only a growth can fail there.
+TYPED_TEST(AdapterCopy, FailedCopiesLeaveTheOldTexts) {
+    KR_REQUIRE_FAULT_INJECTION();
+    using A = typename TypeParam::Type;
+    krtest::ReportCapture capture;
+    A source(0, 2, 2, 0);
+    for (const char* text : {"a", "b", "c"})
+        TypeParam::add(source, text);
     unsigned long failures = 0;
     krtest::forEachAllocationFailure(
             [] {
-                auto s = std::make_unique<KR_Stack<KR_String>>(2, 0);
-                s->push(outside("old"));
-                return s;
+                auto a = std::make_unique<A>(2, 0);
+                TypeParam::add(*a, "old");
+                return a;
             },
-            [&](std::unique_ptr<KR_Stack<KR_String>>& s) {
-                *s = stackSource;
+            [&](std::unique_ptr<A>& a) {
+                *a = source;
                 return KR_getStatusCode();
             },
-            [&](std::unique_ptr<KR_Stack<KR_String>>& s, KR_RET_STATUS st, unsigned long) {
+            [&](std::unique_ptr<A>& a, KR_RET_STATUS st, unsigned long) {
                 ++failures;
                 EXPECT_KR_STATUS(KR_RET_ERR_MEM, st);
-                EXPECT_EQ("old,", stackTexts(*s));
+                EXPECT_EQ("old,", TypeParam::texts(*a));
             });
-    krtest::forEachAllocationFailure(
-            [] {
-                auto q = std::make_unique<KR_Queue<KR_String>>(2, 0);
-                q->put(outside("old"));
-                return q;
-            },
-            [&](std::unique_ptr<KR_Queue<KR_String>>& q) {
-                *q = queueSource;
-                return KR_getStatusCode();
-            },
-            [&](std::unique_ptr<KR_Queue<KR_String>>& q, KR_RET_STATUS st, unsigned long) {
-                ++failures;
-                EXPECT_KR_STATUS(KR_RET_ERR_MEM, st);
-                EXPECT_EQ("old,", queueTexts(*q));
-            });
-    // The storage object, a side block for the copies, three texts, the directory, two blocks and
-    // their list nodes; for the stack and for the queue.
-    EXPECT_EQ(2u * 10u, failures);
-    KR_Stack<KR_String> grown(1, 1, 1, 0);
-    EXPECT_KR_OK(grown.push(outside("p")));
+    // The storage object, a side block for the copies, three texts, the directory, two blocks
+    // and their list nodes.
+    EXPECT_EQ(10u, failures);
+    A grown(1, 1, 1, 0);
+    EXPECT_KR_OK(TypeParam::add(grown, "p"));
     krTesting::failAllocation(1);
-    EXPECT_KR_STATUS(KR_RET_ERR_MEM, grown.push(outside("q")));
+    EXPECT_KR_STATUS(KR_RET_ERR_MEM, TypeParam::add(grown, "q"));
     krTesting::failAllocation(0);
-    EXPECT_EQ("p,", stackTexts(grown));
-    EXPECT_EQ("a,b,c,", queueTexts(queueSource));
+    EXPECT_EQ("p,", TypeParam::texts(grown));
+    EXPECT_EQ("a,b,c,", TypeParam::texts(source));
 }
 
 }  // namespace
