@@ -142,6 +142,31 @@ TEST(XmlTag, EntriesInSequenceAndTheTagFound) {
     EXPECT_KR_STATUS(KR_RET_FALSE, KR_xmlReadTagEntry(content, file.file, nullptr, nullptr));
 }
 
+TEST(XmlTag, EntriesAcrossTheFileBuffer) {
+    // The file reads through a 64 KiB buffer. Each shift puts the buffer's end at another place:
+    // before or inside a tag, inside the content, on the "<" that the content read gives back.
+    const size_t kFileBuffer = 64 * 1024;
+    for (size_t shift = 0; shift <= 12; ++shift) {
+        SCOPED_TRACE(shift);
+        TagFile file(std::string(kFileBuffer - shift, ' ') + "<ab>xy</ab><c>1</c><d>tail");
+        for (bool wide : {false, true}) {
+            ASSERT_KR_OK(file.file.setPos(0));
+            for (const char* expected : {"<ab>xy", "<c>1"}) {
+                KR_String content, found;
+                KR_StringW contentW;
+                EXPECT_KR_STATUS(KR_RET_TRUE, wide ? KR_xmlReadTagEntryW(contentW, found, file.file)
+                                                   : KR_xmlReadTagEntry(content, found, file.file));
+                std::wstring w = contentW.strLeng() ? static_cast<const wchar_t*>(contentW) : L"";
+                EXPECT_EQ(expected, text(found) + text(content) + std::string(w.begin(), w.end()));
+            }
+            KR_String tag, content;
+            EXPECT_KR_STATUS(KR_RET_TRUE, KR_xmlReadTag(tag, file.file, "<d>"));
+            EXPECT_KR_STATUS(KR_RET_TRUE, KR_xmlReadTagContent(content, file.file));
+            EXPECT_EQ("tail", text(content));
+        }
+    }
+}
+
 TEST(XmlTag, WideContentIsDecodedFromTheLocale) {
     struct Utf8Locale {
         std::string saved = setlocale(LC_CTYPE, nullptr);
@@ -197,20 +222,23 @@ TEST(XmlTag, OutputsThatAreNotInitialisedAreRefused) {
 
 TEST(XmlTag, AllocationFailuresEmptyTheContent) {
     KR_REQUIRE_FAULT_INJECTION();
-    const std::string longContent(3000, 'v');  // several reallocations
     krtest::ReportCapture capture;
-    krtest::forEachAllocationFailure(
-            [&] { return std::make_shared<TagFile>("<a>" + longContent + "</a>"); },
-            [&](std::shared_ptr<TagFile>& file) {
-                KR_String out;  // no allocation of its own
-                KR_RET_STATUS status = KR_xmlReadTagEntry(out, file->file, "<a>", "</a>");
-                if (status == KR_RET_TRUE && text(out) != longContent) return KR_RET_ERR_GEN;
-                if (KRI_FAILED(status) && text(out) != "") return KR_RET_ERR_GEN;
-                return status;
-            },
-            [&](std::shared_ptr<TagFile>&, KR_RET_STATUS status, unsigned long) {
-                EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
-                EXPECT_NE(std::string::npos, capture.located().find("\nMemory error\n"));
-                capture.clear();
-            });
+    // Content inside the file's buffer (one block), and content past it (collected, with
+    // several reallocations).
+    for (const std::string& longContent : {std::string(3000, 'v'), std::string(70000, 'v')}) {
+        krtest::forEachAllocationFailure(
+                [&] { return std::make_shared<TagFile>("<a>" + longContent + "</a>"); },
+                [&](std::shared_ptr<TagFile>& file) {
+                    KR_String out;  // no allocation of its own
+                    KR_RET_STATUS status = KR_xmlReadTagEntry(out, file->file, "<a>", "</a>");
+                    if (status == KR_RET_TRUE && text(out) != longContent) return KR_RET_ERR_GEN;
+                    if (KRI_FAILED(status) && text(out) != "") return KR_RET_ERR_GEN;
+                    return status;
+                },
+                [&](std::shared_ptr<TagFile>&, KR_RET_STATUS status, unsigned long) {
+                    EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
+                    EXPECT_NE(std::string::npos, capture.located().find("\nMemory error\n"));
+                    capture.clear();
+                });
+    }
 }
