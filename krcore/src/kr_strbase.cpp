@@ -103,8 +103,7 @@ unsigned int patternFrequency(const C* text, const C* pattern, unsigned char cas
         KRI_FAIL(KR_RET_ERR_MEM);
         return 0;
     }
-    krInternal::PatternFinder<C> finder(search.haystack(), CharOps<C>::length(text),
-                                        search.needle());
+    krInternal::PatternFinder<C> finder(search.haystack(), search.needle());
     return static_cast<unsigned int>(krInternal::countOccurrences(finder));
 }
 

@@ -34,10 +34,6 @@ struct CharOps<char> {
 
     static const char* findChar(const char* text, char c) { return strchr(text, c); }
 
-    static const char* findChar(const char* text, char c, size_t count) {
-        return static_cast<const char*>(memchr(text, c, count));
-    }
-
     static char* duplicate(const char* text) { return dupText(text); }
 };
 
@@ -58,10 +54,6 @@ struct CharOps<wchar_t> {
     }
 
     static const wchar_t* findChar(const wchar_t* text, wchar_t c) { return wcschr(text, c); }
-
-    static const wchar_t* findChar(const wchar_t* text, wchar_t c, size_t count) {
-        return wmemchr(text, c, count);
-    }
 
     static wchar_t* duplicate(const wchar_t* text) { return dupTextW(text); }
 };
@@ -154,50 +146,45 @@ private:
     bool ok_ = true;
 };
 
-// The occurrences of a non-empty pattern in a text of known length, leftmost first, as the C
-// library's search finds them. The pattern's first character is sought with memchr and the rest
-// compared, which costs less per match than a call of the general search. Every false start (the
-// first character without the rest, as in long runs of one letter) is charged the pattern's
-// length against a budget of the text's length; once that is spent, the C library's search takes
-// over, so a text made to defeat the quick scan costs little more than the general search.
+// The occurrences of a non-empty pattern in a text, leftmost first, as the C library's search
+// finds them. The pattern's first character is sought with strchr and the rest compared, which
+// costs less per match than a call of the general search and needs no pass to measure the text.
+// False starts (the first character without the rest, as in long runs of one letter) may cost
+// as many comparisons as the text passed so far has characters; beyond that the C library's
+// search takes over, so a text made to defeat the quick scan costs little more than it would.
 template <class C>
 class PatternFinder {
 public:
-    PatternFinder(const C* text, size_t textLength, const C* pattern)
-        : text_(text),
-          end_(text + textLength),
-          pattern_(pattern),
-          patternLength_(CharOps<C>::length(pattern)),
-          budget_(textLength + kBudgetFloor) {}
+    PatternFinder(const C* text, const C* pattern)
+        : text_(text), pattern_(pattern), patternLength_(CharOps<C>::length(pattern)), spent_(0) {}
 
     size_t patternLength() const { return patternLength_; }
 
-    // The first occurrence at or after offset from; -1 for none.
+    // The first occurrence at or after offset from (at most the text's length); -1 for none.
     long long find(size_t from) {
         const C* p = text_ + from;
-        while (budget_ > patternLength_ && static_cast<size_t>(end_ - p) >= patternLength_) {
-            size_t starts = static_cast<size_t>(end_ - p) - patternLength_ + 1;
-            p = CharOps<C>::findChar(p, pattern_[0], starts);
+        while (spent_ <= static_cast<size_t>(p - text_) + kAllowance) {
+            p = CharOps<C>::findChar(p, pattern_[0]);
             if (p == nullptr) return -1;
-            if (memcmp(p + 1, pattern_ + 1, (patternLength_ - 1) * sizeof(C)) == 0) {
-                return static_cast<long long>(p - text_);
-            }
-            budget_ -= patternLength_;
+            // The text's terminating zero differs from every pattern character: no over-read.
+            size_t same = 1;
+            while (same < patternLength_ && p[same] == pattern_[same])
+                ++same;
+            if (same == patternLength_) return static_cast<long long>(p - text_);
+            spent_ += same;
             ++p;
         }
-        if (static_cast<size_t>(end_ - p) < patternLength_) return -1;
         const C* hit = CharOps<C>::find(p, pattern_);
         return hit == nullptr ? -1 : static_cast<long long>(hit - text_);
     }
 
 private:
-    static constexpr size_t kBudgetFloor = 4096;
+    static constexpr size_t kAllowance = 4096;
 
     const C* text_;
-    const C* end_;  // the text's terminating zero
     const C* pattern_;
     size_t patternLength_;  // at least 1
-    size_t budget_;         // characters still to be spent on false starts
+    size_t spent_;          // characters compared in false starts
 };
 
 // Non-overlapping occurrences, counted from the left.
@@ -269,8 +256,7 @@ KR_RET_STATUS substituteText(C** out,
     }
     SearchTexts<C> search(text, pattern, caseSensitive);
     if (!search.ok()) return KR_RET_ERR_MEM;
-    size_t textLength = CharOps<C>::length(text);
-    PatternFinder<C> finder(search.haystack(), textLength, search.needle());
+    PatternFinder<C> finder(search.haystack(), search.needle());
     size_t patternLength = finder.patternLength();
     long long first = finder.find(0);
     if (first < 0) return KR_RET_FALSE;
@@ -279,6 +265,9 @@ KR_RET_STATUS substituteText(C** out,
         if (!matches.push(static_cast<size_t>(at))) return KR_RET_ERR_MEM;
     }
     size_t count = matches.size();
+    // Only the tail after the last match is left to measure.
+    size_t lastEnd = matches[count - 1] + patternLength;
+    size_t textLength = lastEnd + CharOps<C>::length(text + lastEnd);
     size_t replacementLength = CharOps<C>::length(replacement);
     size_t resultLength = textLength - count * patternLength + count * replacementLength;
     C* result = allocTextUncleared<C>(resultLength + 1);
