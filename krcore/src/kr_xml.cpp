@@ -150,6 +150,18 @@ size_t plainContent(const char* data, size_t count) {
     return n;
 }
 
+// Bytes that read as characters of their own value, in Char's width.
+template <class Char>
+void widenBytes(Char* out, const char* data, size_t count) {
+    for (size_t i = 0; i < count; ++i)
+        out[i] = static_cast<Char>(static_cast<unsigned char>(data[i]));
+}
+
+template <>
+void widenBytes(char* out, const char* data, size_t count) {
+    memcpy(out, data, count);
+}
+
 template <class Char>
 bool appendBytes(TextBuffer<Char>& text, const char* data, size_t count) {
     for (size_t i = 0; i < count; ++i) {
@@ -194,8 +206,7 @@ KR_RET_STATUS readContent(Str& content, KR_FileAscii& file) {
             if (take == 0) return KR_RET_TRUE;
             Char* whole = krInternal::allocTextUncleared<Char>(take + 1);
             if (whole == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
-            for (size_t i = 0; i < take; ++i)
-                whole[i] = static_cast<Char>(static_cast<unsigned char>(data[i]));
+            widenBytes(whole, data, take);
             whole[take] = Char(0);
             content.assignPtr(whole);
             return KR_RET_TRUE;
