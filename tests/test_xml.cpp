@@ -143,6 +143,31 @@ TEST(XmlTag, EntriesInSequenceAndTheTagFound) {
     EXPECT_KR_STATUS(KR_RET_FALSE, KR_xmlReadTagEntry(content, file.file, nullptr, nullptr));
 }
 
+TEST(XmlTag, EntriesAcrossTheFileBuffer) {
+    // The file reads through a 64 KiB buffer. Each shift puts the buffer's end at another place:
+    // before or inside a tag, inside the content, on the "<" that the content read gives back.
+    const size_t kFileBuffer = 64 * 1024;
+    for (size_t shift = 0; shift <= 12; ++shift) {
+        SCOPED_TRACE(shift);
+        TagFile file(std::string(kFileBuffer - shift, ' ') + "<ab>xy</ab><c>1</c><d>tail");
+        for (bool wide : {false, true}) {
+            ASSERT_KR_OK(file.file.setPos(0));
+            for (const char* expected : {"<ab>xy", "<c>1"}) {
+                KR_String content, found;
+                KR_StringW contentW;
+                EXPECT_KR_STATUS(KR_RET_TRUE, wide ? KR_xmlReadTagEntryW(contentW, found, file.file)
+                                                   : KR_xmlReadTagEntry(content, found, file.file));
+                std::wstring w = contentW.strLeng() ? static_cast<const wchar_t*>(contentW) : L"";
+                EXPECT_EQ(expected, text(found) + text(content) + std::string(w.begin(), w.end()));
+            }
+            KR_String tag, content;
+            EXPECT_KR_STATUS(KR_RET_TRUE, KR_xmlReadTag(tag, file.file, "<d>"));
+            EXPECT_KR_STATUS(KR_RET_TRUE, KR_xmlReadTagContent(content, file.file));
+            EXPECT_EQ("tail", text(content));
+        }
+    }
+}
+
 TEST(XmlTag, WideContentIsDecodedFromTheLocale) {
     krtest::Utf8Locale locale;
 
@@ -195,8 +220,7 @@ TEST(XmlTag, OutputsThatAreNotInitialisedAreRefused) {
 // nothing, empties the outputs it fills and leaves the others alone.
 TEST(XmlTag, AllocationFailuresEmptyTheOutputs) {
     KR_REQUIRE_FAULT_INJECTION();
-    const std::string value(3000, 'v'), tag = "<" + std::string(300, 't') + ">";
-    const std::string bytes = tag + value + "</" + tag.substr(1);
+    const std::string tag = "<" + std::string(300, 't') + ">";
     krtest::ReportCapture capture;
 
     struct State {
@@ -240,28 +264,33 @@ TEST(XmlTag, AllocationFailuresEmptyTheOutputs) {
              "stale||"},
     };
 
+    // Content inside the file's buffer (one block), and content past it (collected, with several
+    // reallocations).
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        int failures = 0;
-        krtest::forEachAllocationFailure(
-                [&] {
-                    auto x = std::make_shared<State>();
-                    x->file = std::make_shared<TagFile>(bytes);
-                    KR_String skipped;
-                    if (row.skip > 0) KR_xmlReadTag(skipped, x->file->file, nullptr);
-                    if (row.skip > 1) KR_xmlReadTagContent(skipped, x->file->file);
-                    capture.clear();
-                    return x;
-                },
-                [&](std::shared_ptr<State>& x) { return row.op(*x); },
-                [&](std::shared_ptr<State>& x, KR_RET_STATUS status, unsigned long) {
-                    ++failures;
-                    EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
-                    EXPECT_NE(std::string::npos, capture.located().find("\nMemory error\n"));
-                    std::string wide = x->contentW.strLeng() == 5 ? "stale" : "";
-                    EXPECT_EQ(0u, x->contentW.strLeng() % 5);
-                    EXPECT_EQ(row.after, text(x->content) + "|" + text(x->tag) + "|" + wide);
-                });
-        EXPECT_LT(0, failures);
+        for (size_t length : {3000, 70000}) {
+            SCOPED_TRACE(std::string(row.name) + ", content of " + std::to_string(length));
+            const std::string bytes = tag + std::string(length, 'v') + "</" + tag.substr(1);
+            int failures = 0;
+            krtest::forEachAllocationFailure(
+                    [&] {
+                        auto x = std::make_shared<State>();
+                        x->file = std::make_shared<TagFile>(bytes);
+                        KR_String skipped;
+                        if (row.skip > 0) KR_xmlReadTag(skipped, x->file->file, nullptr);
+                        if (row.skip > 1) KR_xmlReadTagContent(skipped, x->file->file);
+                        capture.clear();
+                        return x;
+                    },
+                    [&](std::shared_ptr<State>& x) { return row.op(*x); },
+                    [&](std::shared_ptr<State>& x, KR_RET_STATUS status, unsigned long) {
+                        ++failures;
+                        EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
+                        EXPECT_NE(std::string::npos, capture.located().find("\nMemory error\n"));
+                        std::string wide = x->contentW.strLeng() == 5 ? "stale" : "";
+                        EXPECT_EQ(0u, x->contentW.strLeng() % 5);
+                        EXPECT_EQ(row.after, text(x->content) + "|" + text(x->tag) + "|" + wide);
+                    });
+            EXPECT_LT(0, failures);
+        }
     }
 }

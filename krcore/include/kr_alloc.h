@@ -17,7 +17,8 @@ namespace krInternal {
 // True when the fault-injection countdown says that this allocation must fail. Counts every call.
 KR_API bool allocationFails();
 
-// calloc, realloc and free of the C runtime; blocks from these may be handed to free().
+// malloc, calloc, realloc and free of the C runtime; blocks from these may be handed to free().
+KR_API void* allocBlock(size_t size);
 KR_API void* allocZeroed(size_t count, size_t size);
 KR_API void* reallocBlock(void* block, size_t size);
 KR_API void freeBlock(void* block);

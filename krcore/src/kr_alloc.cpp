@@ -30,6 +30,11 @@ bool allocationFails() {
 #endif
 }
 
+void* allocBlock(size_t size) {
+    if (allocationFails()) return nullptr;
+    return malloc(size);
+}
+
 void* allocZeroed(size_t count, size_t size) {
     if (allocationFails()) return nullptr;
     return calloc(count, size);

@@ -1,10 +1,13 @@
-// kr_filecursor.h — inline character access to a text file's buffer, for the library's scanners.
+// kr_filecursor.h — inline access to a text file's buffer, for the library's scanners.
 // The tag reader takes the position before every character and reads characters one at a time;
 // through the exported members each of those is a call into the library (and a clear of the user
-// error). While the byte wanted is in the buffer, these read it in place with the same result;
-// otherwise, and for every failure, they call the public member, which reports as usual.
+// error). While the bytes wanted are in the buffer, these read them in place with the same result;
+// otherwise, and for every failure, the caller goes through the public members, which fill the
+// buffer and report as usual.
 #ifndef KRCORE_KR_FILECURSOR_H
 #define KRCORE_KR_FILECURSOR_H
+
+#include <stddef.h>
 
 #include "kr_file.h"
 
@@ -24,6 +27,24 @@ public:
         if (!base.readMode_ || base.next_ >= base.filled_) return file.scanChar(c);
         c = static_cast<char>(base.buffer_[base.next_++]);
         return KR_RET_TRUE;
+    }
+
+    // The bytes read ahead of the position, to be scanned in place: count := how many (0 when
+    // none are buffered, or while the file is writing). Valid until the next call on the file.
+    static const char* buffered(KR_FileAscii& file, size_t& count) {
+        const KR_File& base = file;
+        if (!base.readMode_ || base.next_ >= base.filled_) {
+            count = 0;
+            return nullptr;
+        }
+        count = base.filled_ - base.next_;
+        return reinterpret_cast<const char*>(base.buffer_ + base.next_);
+    }
+
+    // Moves the position past count of the bytes that buffered gave.
+    static void skip(KR_FileAscii& file, size_t count) {
+        KR_File& base = file;
+        base.next_ += count;
     }
 };
 

@@ -12,6 +12,14 @@ using WideBody = krInternal::StringBody<KR_StringW>;
 
 }  // namespace
 
+void krInternal::adoptIntoEmpty(KR_String& s, char* text) {
+    NarrowBody::adoptIntoEmpty(s, text);
+}
+
+void krInternal::adoptIntoEmpty(KR_StringW& s, wchar_t* text) {
+    WideBody::adoptIntoEmpty(s, text);
+}
+
 // --- KR_String ---
 
 KR_String::KR_String() {

@@ -100,7 +100,8 @@ unsigned int patternFrequency(const C* text, const C* pattern, unsigned char cas
         KRI_FAIL(KR_RET_ERR_MEM);
         return 0;
     }
-    return krInternal::countOccurrences(search, CharOps<C>::length(pattern));
+    krInternal::PatternFinder<C> finder(search.haystack(), search.needle());
+    return static_cast<unsigned int>(krInternal::countOccurrences(finder));
 }
 
 template <class C>

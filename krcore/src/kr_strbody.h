@@ -234,6 +234,9 @@ struct StringBody {
         return KR_RET_TRUE;
     }
 
+    // Gives text to s, which holds none: a slot that an array has just default-constructed.
+    static void adoptIntoEmpty(S& s, C* text) { s.text_ = text; }
+
     static KR_RET_STATUS allocate(S& s, unsigned int length) {
         KR_setUserError(0);
         freeBlock(s.text_);

@@ -6,6 +6,7 @@
 #define KRCORE_KR_STRCORE_H
 
 #include <ctype.h>
+#include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
 #include <wchar.h>
@@ -15,6 +16,9 @@
 
 #include "kr_alloc.h"
 #include "kr_reporter.h"
+
+class KR_String;
+class KR_StringW;
 
 namespace krInternal {
 
@@ -87,6 +91,15 @@ inline C* allocText(size_t count) {
     return static_cast<C*>(allocZeroed(count, sizeof(C)));
 }
 
+// A block of count characters from the C allocator, not cleared, for a text that is written in
+// full, terminator included; null on failure. Clearing a block of a megabyte costs about as much
+// as writing it.
+template <class C>
+inline C* allocTextUncleared(size_t count) {
+    if (count > SIZE_MAX / sizeof(C)) return nullptr;
+    return static_cast<C*>(allocBlock(count * sizeof(C)));
+}
+
 // Upper-cases text in place.
 template <class C>
 inline void upperInPlace(C* text, size_t length) {
@@ -126,12 +139,15 @@ public:
     // False when a working copy could not be made.
     bool ok() const { return ok_; }
 
+    // The texts searched: the originals, or their upper-cased copies.
+    const C* haystack() const { return textCopy_ != nullptr ? textCopy_ : text_; }
+
+    const C* needle() const { return patternCopy_ != nullptr ? patternCopy_ : pattern_; }
+
     // The first occurrence at or after offset from, as an offset into the text; -1 for none.
     long long find(size_t from) const {
-        const C* haystack = textCopy_ != nullptr ? textCopy_ : text_;
-        const C* needle = patternCopy_ != nullptr ? patternCopy_ : pattern_;
-        const C* hit = CharOps<C>::find(haystack + from, needle);
-        return hit == nullptr ? -1 : static_cast<long long>(hit - haystack);
+        const C* hit = CharOps<C>::find(haystack() + from, needle());
+        return hit == nullptr ? -1 : static_cast<long long>(hit - haystack());
     }
 
 private:
@@ -142,18 +158,104 @@ private:
     bool ok_ = true;
 };
 
-// Non-overlapping occurrences of a non-empty pattern, counted from the left.
+// The occurrences of a non-empty pattern in a text, leftmost first, as the C library's search
+// finds them. The pattern's first character is sought with strchr and the rest compared, which
+// costs less per match than a call of the general search and needs no pass to measure the text.
+// False starts (the first character without the rest, as in long runs of one letter) may cost
+// as many comparisons as the text passed so far has characters; beyond that the C library's
+// search takes over, so a text made to defeat the quick scan costs little more than it would.
 template <class C>
-inline unsigned int countOccurrences(const SearchTexts<C>& search, size_t patternLength) {
-    unsigned int count = 0;
-    for (long long at = search.find(0); at >= 0; at = search.find(size_t(at) + patternLength)) {
+class PatternFinder {
+public:
+    PatternFinder(const C* text, const C* pattern)
+        : text_(text), pattern_(pattern), patternLength_(CharOps<C>::length(pattern)), spent_(0) {}
+
+    size_t patternLength() const { return patternLength_; }
+
+    // The first occurrence at or after offset from (at most the text's length); -1 for none.
+    long long find(size_t from) {
+        const C* p = text_ + from;
+        while (spent_ <= static_cast<size_t>(p - text_) + kAllowance) {
+            p = CharOps<C>::findChar(p, pattern_[0]);
+            if (p == nullptr) return -1;
+            // The text's terminating zero differs from every pattern character: no over-read.
+            size_t same = 1;
+            while (same < patternLength_ && p[same] == pattern_[same])
+                ++same;
+            if (same == patternLength_) return static_cast<long long>(p - text_);
+            spent_ += same;
+            ++p;
+        }
+        const C* hit = CharOps<C>::find(p, pattern_);
+        return hit == nullptr ? -1 : static_cast<long long>(hit - text_);
+    }
+
+private:
+    static constexpr size_t kAllowance = 4096;
+
+    const C* text_;
+    const C* pattern_;
+    size_t patternLength_;  // at least 1
+    size_t spent_;          // characters compared in false starts
+};
+
+// Non-overlapping occurrences, counted from the left.
+template <class C>
+inline size_t countOccurrences(PatternFinder<C>& finder) {
+    size_t count = 0;
+    for (long long at = finder.find(0); at >= 0;
+         at = finder.find(static_cast<size_t>(at) + finder.patternLength())) {
         ++count;
     }
     return count;
 }
 
+// Offsets kept by one pass over a text for the next one: the first kInPlace in the object, the
+// rest in a heap block that doubles. A failed push changes nothing and answers false.
+class OffsetList {
+public:
+    OffsetList() : count_(0), heap_(nullptr), heapCapacity_(0) {}
+
+    OffsetList(const OffsetList&) = delete;
+    OffsetList& operator=(const OffsetList&) = delete;
+
+    ~OffsetList() { freeBlock(heap_); }
+
+    bool push(size_t offset) {
+        if (count_ < kInPlace) {
+            inPlace_[count_++] = offset;
+            return true;
+        }
+        size_t slot = count_ - kInPlace;
+        if (slot == heapCapacity_) {
+            size_t capacity = heapCapacity_ == 0 ? kInPlace : heapCapacity_ * 2;
+            if (capacity > SIZE_MAX / sizeof(size_t)) return false;
+            void* grown = reallocBlock(heap_, capacity * sizeof(size_t));
+            if (grown == nullptr) return false;
+            heap_ = static_cast<size_t*>(grown);
+            heapCapacity_ = capacity;
+        }
+        heap_[slot] = offset;
+        ++count_;
+        return true;
+    }
+
+    size_t size() const { return count_; }
+
+    size_t operator[](size_t i) const { return i < kInPlace ? inPlace_[i] : heap_[i - kInPlace]; }
+
+private:
+    static constexpr size_t kInPlace = 64;
+
+    size_t count_;
+    size_t inPlace_[kInPlace];
+    size_t* heap_;  // heapCapacity_ offsets; null until more than kInPlace were pushed
+    size_t heapCapacity_;
+};
+
 // The substitution shared by the raw and the string-object forms. *out is null unless the
-// answer is KR_RET_TRUE. KR_RET_ERR_MEM is not reported here.
+// answer is KR_RET_TRUE. KR_RET_ERR_MEM is not reported here. The text is searched once: the
+// counting pass keeps the offsets of the matches for the copying pass.
 template <class C>
 KR_RET_STATUS substituteText(C** out,
                              const C* text,
@@ -166,26 +268,33 @@ KR_RET_STATUS substituteText(C** out,
     }
     SearchTexts<C> search(text, pattern, caseSensitive);
     if (!search.ok()) return KR_RET_ERR_MEM;
-    size_t patternLength = CharOps<C>::length(pattern);
-    long long first = search.find(0);
+    PatternFinder<C> finder(search.haystack(), search.needle());
+    size_t patternLength = finder.patternLength();
+    long long first = finder.find(0);
     if (first < 0) return KR_RET_FALSE;
-    size_t count = countOccurrences(search, patternLength);
-    size_t textLength = CharOps<C>::length(text);
+    OffsetList matches;
+    for (long long at = first; at >= 0; at = finder.find(static_cast<size_t>(at) + patternLength)) {
+        if (!matches.push(static_cast<size_t>(at))) return KR_RET_ERR_MEM;
+    }
+    size_t count = matches.size();
+    // Only the tail after the last match is left to measure.
+    size_t lastEnd = matches[count - 1] + patternLength;
+    size_t textLength = lastEnd + CharOps<C>::length(text + lastEnd);
     size_t replacementLength = CharOps<C>::length(replacement);
     size_t resultLength = textLength - count * patternLength + count * replacementLength;
-    C* result = allocText<C>(resultLength + 1);
+    C* result = allocTextUncleared<C>(resultLength + 1);
     if (result == nullptr) return KR_RET_ERR_MEM;
     C* write = result;
     size_t done = 0;
-    for (long long at = first; at >= 0; at = search.find(done)) {
-        size_t piece = size_t(at) - done;
+    for (size_t i = 0; i < count; ++i) {
+        size_t piece = matches[i] - done;
         memcpy(write, text + done, piece * sizeof(C));
         write += piece;
         memcpy(write, replacement, replacementLength * sizeof(C));
         write += replacementLength;
-        done = size_t(at) + patternLength;
+        done = matches[i] + patternLength;
     }
-    memcpy(write, text + done, (textLength - done) * sizeof(C));
+    memcpy(write, text + done, (textLength - done + 1) * sizeof(C));
     *out = result;
     return KR_RET_TRUE;
 }
@@ -241,6 +350,11 @@ private:
     C* owned_;
     KR_RET_STATUS status_;
 };
+
+// Gives a heap text (from the C allocator) to a string that holds none, such as an array slot
+// that was just default-constructed; nothing is freed and nothing can fail (kr_str.cpp).
+void adoptIntoEmpty(KR_String& s, char* text);
+void adoptIntoEmpty(KR_StringW& s, wchar_t* text);
 
 }  // namespace krInternal
 

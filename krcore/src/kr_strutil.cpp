@@ -1,5 +1,6 @@
 // kr_strutil.cpp — the utilities whose result is a string object: substitution, control-character
 // coding, substrings, width conversion, split and join.
+#include <limits.h>
 #include <string.h>
 #include <wchar.h>
 
@@ -384,6 +385,20 @@ const C* scanToken(const C* p,
     return p;
 }
 
+// The tokens of the plain rule: the maximal runs of characters that are not delimiters. The
+// counting pass keeps no branch on where a token ends, which would be mispredicted once per token.
+template <class C>
+size_t countPlainTokens(const C* text, const DelimiterSet<C>& delimiters) {
+    size_t count = 0;
+    bool afterDelimiter = true;
+    for (const C* p = text; *p != 0; ++p) {
+        bool isDelimiter = delimiters.has(*p);
+        count += static_cast<size_t>(afterDelimiter & !isDelimiter);
+        afterDelimiter = isDelimiter;
+    }
+    return count;
+}
+
 // The tokens of text into out (emptied first). A null delimiter list gives exactly one token.
 template <class C, class S>
 KR_RET_STATUS splitText(
@@ -410,21 +425,28 @@ KR_RET_STATUS splitText(
     // An empty text has no token, except the one a null delimiter list always gives.
     if (*text == 0 && !single) return KR_RET_TRUE;
     // Count first, so that the array is sized once.
-    unsigned int count = 0;
-    for (const C* p = text;;) {
-        const C* end = next(p);
-        if (kept()) ++count;
-        if (*end == 0) break;
-        p = end + 1;
+    size_t count = 0;
+    if (plain && !single && !rule.keepEmpty) {
+        count = countPlainTokens(text, set);
+    } else {
+        for (const C* p = text;;) {
+            const C* end = next(p);
+            if (kept()) ++count;
+            if (*end == 0) break;
+            p = end + 1;
+        }
     }
     if (count == 0) return KR_RET_TRUE;
-    st = out.insElems(KR_INS_BEFORE, 0, count);
+    if (count > UINT_MAX) return krInternal::failAt(KR_RET_ERR_MEM, KRI_UNIT, line);
+    st = out.insElems(KR_INS_BEFORE, 0, static_cast<unsigned int>(count));
     if (KRI_FAILED(st)) return st;
-    unsigned int index = 0;
+    // The slots are contiguous and fresh: filled through the element pointer.
+    S* slots = &out[0];
+    size_t index = 0;
     for (const C* p = text; index < count;) {
         const C* end = next(p);
         if (kept()) {
-            C* token = allocText<C>(static_cast<size_t>(end - p) + 1);
+            C* token = krInternal::allocTextUncleared<C>(static_cast<size_t>(end - p) + 1);
             if (token == nullptr) {
                 out.delAll();
                 return krInternal::failAt(KR_RET_ERR_MEM, KRI_UNIT,
@@ -434,9 +456,9 @@ KR_RET_STATUS splitText(
                 memcpy(token, p, length * sizeof(C));
             } else {
                 scanToken(p, set, rule, token, length, quoted);
-                token[length] = 0;
             }
-            out[index++].assignPtr(token);
+            token[length] = 0;
+            krInternal::adoptIntoEmpty(slots[index++], token);
         }
         if (*end == 0) break;
         p = end + 1;
