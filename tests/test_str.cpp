@@ -1,7 +1,6 @@
 // test_str.cpp — KR_String, KR_StringW, KR_StringArr and the utilities that fill them: null and
 // empty texts, width conversion, packing, persistence, splitting against strtok, and every
 // allocation failure.
-#include <locale.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -55,12 +54,9 @@ std::string shown(const C* t) {
     return result;
 }
 
-std::string text(const KR_String& s) {
-    return shown(static_cast<const char*>(s));
-}
-
-std::string text(const KR_StringW& s) {
-    return shown(static_cast<const wchar_t*>(s));
+template <class S>
+std::string text(const S& s) {
+    return shown(static_cast<const CharOf<S>*>(s));
 }
 
 template <class S>
@@ -439,8 +435,8 @@ TEST(StringUtilities, WidthConversionsIntoStrings) {
     EXPECT_KR_STATUS(KR_RET_TRUE, KR_wStrToKorvaneStr(out, nullptr));
     EXPECT_EQ("(null)", text(out));
 
-    std::string saved = setlocale(LC_CTYPE, nullptr);
-    if (setlocale(LC_CTYPE, "C.UTF-8") == nullptr) GTEST_SKIP() << "no C.UTF-8 locale";
+    krtest::Utf8Locale locale;
+    if (!locale.ok) GTEST_SKIP() << "no UTF-8 locale";
     krtest::ReportCapture capture;
     EXPECT_KR_STATUS(KR_RET_ERR_GEN, KR_strToKorvaneStrW(outW, "bad \xff"));
     EXPECT_EQ("(null)", text(outW));
@@ -448,7 +444,6 @@ TEST(StringUtilities, WidthConversionsIntoStrings) {
     EXPECT_EQ("(null)", text(wideFromBad));
     EXPECT_EQ("src/kr_str: line N: \nInternal error\n\nsrc/kr_str: line N: \nInternal error\n\n",
               capture.located());
-    setlocale(LC_CTYPE, saved.c_str());
 }
 
 TYPED_TEST(Strings, ControlCharacterEncoding) {
