@@ -97,25 +97,23 @@ TEST(Reporter, LocationLineAndPrefixes) {
         EXPECT_EQ(KR_RET_TRUE, KR_reportErrorMsg(row.file, 12, row.text, row.format, 3));
         EXPECT_EQ(row.expected, capture.text());
     }
+}
+
+// Every kind of line, narrow and wide in one stream. No newline is added after a message: the
+// next report continues the line.
+TEST(Reporter, NarrowAndWideLinesInterleave) {
     krtest::ReportCapture capture;
     KR_Reporter& reporter = capture.reporter();
-    // No newline is added after a message: the next report continues the line.
     reporter.warning("a", 1, "t", "no end");
     reporter.message("b", 2, "u", "%c|", 'x');
     reporter.messageW("c", 3, L"v", L"%ls|", L"y");
     reporter.warningW(nullptr, 4, L"w", nullptr);
-    EXPECT_EQ("WARNING: a: line 1: t\nno endb: line 2: u\nx|c: line 3: v\ny|WARNING: w\n",
-              capture.text());
-}
-
-TEST(Reporter, WideReportsInterleaveWithNarrowOnes) {
-    krtest::ReportCapture capture;
     KR_reportErrorMsg("src/kr_str", 10, "narrow", "%s\n", "one");
     KR_reportErrorMsgW("src/kr_str", 11, L"wide", L"%ls %d\n", L"two", 2);
-    KR_Reporter& reporter = capture.reporter();
     reporter.reportStatW("src/kr_str", 12, KR_RET_ERR_FILE, L"text");
     reporter.reportStat("src/kr_str", 13, KR_RET_ERR_ILOCK, nullptr);
     EXPECT_EQ(
+            "WARNING: a: line 1: t\nno endb: line 2: u\nx|c: line 3: v\ny|WARNING: w\n"
             "ERROR: src/kr_str: line 10: narrow\none\n"
             "ERROR: src/kr_str: line 11: wide\ntwo 2\n"
             "src/kr_str: line 12: text\nFile error\n\n"
