@@ -21,6 +21,13 @@ void fill(KR_Memory& block, unsigned char first) {
         bytes[i] = static_cast<unsigned char>(first + i);
 }
 
+// The block's bytes; "" for an empty block, whose pointer must then be null.
+std::string bytesOf(KR_Memory& block) {
+    const char* bytes = static_cast<const char*>(block.memPtr());
+    EXPECT_EQ(block.memSize() == 0, bytes == nullptr);
+    return bytes ? std::string(bytes, block.memSize()) : "";
+}
+
 // A block whose construction failed, made under the fault-injection countdown.
 std::unique_ptr<KR_Memory> failedBlock() {
     krTesting::failAllocation(1);
@@ -31,88 +38,60 @@ std::unique_ptr<KR_Memory> failedBlock() {
 
 }  // namespace
 
-TEST(Memory, ConstructionAndEmptyBlocks) {
-    KR_Memory empty;
-    EXPECT_TRUE(empty.objIsEnabled());
-    EXPECT_EQ(0u, empty.memSize());
-    EXPECT_EQ(nullptr, empty.memPtr());
-    EXPECT_FALSE(empty.memErr());
-
-    KR_Memory block(64);
-    ASSERT_EQ(64u, block.memSize());
-    const unsigned char* bytes = static_cast<unsigned char*>(block.memPtr());
-    for (int i = 0; i < 64; ++i)
-        ASSERT_EQ(0, bytes[i]) << i;
-
+TEST(Memory, GetExpandCopySetAndFree) {
+    KR_Memory empty, block(64);
+    EXPECT_TRUE(empty.objIsEnabled() && !empty.memErr());
+    EXPECT_EQ("", bytesOf(empty));
+    EXPECT_EQ(std::string(64, '\0'), bytesOf(block));
     EXPECT_KR_STATUS(KR_RET_TRUE, block.memGet(0));
-    EXPECT_EQ(nullptr, block.memPtr());
-    EXPECT_EQ(0u, block.memSize());
-}
+    EXPECT_EQ("", bytesOf(block));
 
-TEST(Memory, ExpandNeverShrinksAndKeepsContents) {
-    KR_Memory block(8);
-    fill(block, 10);
+    // memExpand never shrinks and keeps the contents.
+    EXPECT_KR_STATUS(KR_RET_TRUE, block.memGet(8));
+    fill(block, 'a');
     EXPECT_KR_STATUS(KR_RET_TRUE, block.memExpand(4));
-    EXPECT_EQ(8u, block.memSize());
+    EXPECT_EQ("abcdefgh", bytesOf(block));
     EXPECT_KR_STATUS(KR_RET_TRUE, block.memExpand(8));
     EXPECT_KR_STATUS(KR_RET_TRUE, block.memExpand(4096));
-    ASSERT_EQ(4096u, block.memSize());
-    const unsigned char* bytes = static_cast<unsigned char*>(block.memPtr());
-    for (int i = 0; i < 8; ++i)
-        EXPECT_EQ(10 + i, bytes[i]);
-    KR_Memory empty;
+    EXPECT_EQ(4096u, block.memSize());
+    EXPECT_EQ("abcdefgh", bytesOf(block).substr(0, 8));
     EXPECT_KR_STATUS(KR_RET_TRUE, empty.memExpand(0));
     EXPECT_KR_STATUS(KR_RET_TRUE, empty.memExpand(3));
     EXPECT_EQ(3u, empty.memSize());
-}
 
-TEST(Memory, CopyReusesBlockOfSameSize) {
-    unsigned char source[16];
-    for (int i = 0; i < 16; ++i)
-        source[i] = static_cast<unsigned char>(100 + i);
-    KR_Memory block(16);
+    // memCopy reuses a block of the same size; a null source empties the block whatever the size.
+    const char source[] = "0123456789abcdef";
+    EXPECT_KR_STATUS(KR_RET_TRUE, block.memCopy(source, 16));
     void* before = block.memPtr();
     EXPECT_KR_STATUS(KR_RET_TRUE, block.memCopy(source, 16));
     EXPECT_EQ(before, block.memPtr());
-    EXPECT_EQ(0, memcmp(source, block.memPtr(), 16));
-    // A copy of 7 bytes (an odd tail) into a fresh block.
-    EXPECT_KR_STATUS(KR_RET_TRUE, block.memCopy(source + 3, 7));
-    EXPECT_EQ(7u, block.memSize());
-    EXPECT_EQ(0, memcmp(source + 3, block.memPtr(), 7));
-    // A null source empties the block whatever the size says.
+    EXPECT_EQ("0123456789abcdef", bytesOf(block));
+    EXPECT_KR_STATUS(KR_RET_TRUE, block.memCopy(source + 3, 7));  // an odd tail
+    EXPECT_EQ("3456789", bytesOf(block));
     EXPECT_KR_STATUS(KR_RET_TRUE, block.memCopy(nullptr, 7));
-    EXPECT_EQ(0u, block.memSize());
-    EXPECT_EQ(nullptr, block.memPtr());
-}
+    EXPECT_EQ("", bytesOf(block));
 
-TEST(Memory, SetAdoptsAndFreeReleases) {
-    KR_Memory block;
+    // memSet adopts the caller's block; memFree releases it, twice without harm.
     void* adopted = malloc(5);
     memcpy(adopted, "abcd", 5);
     EXPECT_KR_STATUS(KR_RET_TRUE, block.memSet(adopted, 5));
     EXPECT_EQ(adopted, block.memPtr());
-    EXPECT_STREQ("abcd", static_cast<char*>(block.memPtr()));
+    EXPECT_EQ(std::string("abcd", 5), bytesOf(block));
     EXPECT_KR_STATUS(KR_RET_TRUE, block.memFree());
-    EXPECT_EQ(nullptr, block.memPtr());
-    EXPECT_EQ(0u, block.memSize());
+    EXPECT_EQ("", bytesOf(block));
     EXPECT_KR_STATUS(KR_RET_TRUE, block.memFree());
 }
 
 TEST(Memory, EqualityAndCopies) {
     KR_Memory a(4), b(4), empty1, empty2;
-    EXPECT_TRUE(empty1 == empty2);
-    EXPECT_TRUE(a == a);
-    EXPECT_TRUE(a == b);
+    EXPECT_TRUE(empty1 == empty2 && a == a && a == b);
     static_cast<unsigned char*>(b.memPtr())[3] = 1;
-    EXPECT_FALSE(a == b);
-    EXPECT_FALSE(a == empty1);
-
+    EXPECT_FALSE(a == b || a == empty1);
     KR_Memory copy(b);
     EXPECT_TRUE(copy == b);
     EXPECT_NE(copy.memPtr(), b.memPtr());
     KR_Memory result = a = b;
-    EXPECT_TRUE(a == b);
-    EXPECT_TRUE(result == a);
+    EXPECT_TRUE(a == b && result == a);
     EXPECT_NE(result.memPtr(), a.memPtr());
     KR_Memory& self = a;
     a = self;
@@ -196,7 +175,7 @@ TEST(Memory, AllocationFailuresAreReportedAndLeaveStateDefined) {
                     EXPECT_TRUE(row.report == "*" ? located.find(kAllocationReport) == 0
                                                   : located == row.report)
                             << located;
-                    std::string bytes(static_cast<const char*>(block->memPtr()), block->memSize());
+                    std::string bytes = bytesOf(*block);
                     EXPECT_TRUE(bytes == row.bytes || bytes == row.otherBytes) << bytes.size();
                     EXPECT_TRUE(!bytes.empty() || block->memErr());
                 });

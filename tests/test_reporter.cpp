@@ -11,17 +11,7 @@
 namespace {
 
 // A reporter copy has no stream; only a derived class may make one.
-class CopiedReporter : public KR_Reporter {
-public:
-    CopiedReporter() {}
-
-    CopiedReporter(const CopiedReporter& other) : KR_Reporter(other) {}
-
-    CopiedReporter& operator=(const CopiedReporter& other) {
-        KR_Reporter::operator=(other);
-        return *this;
-    }
-};
+class CopiedReporter : public KR_Reporter {};
 
 std::string pieces;
 
@@ -107,25 +97,23 @@ TEST(Reporter, LocationLineAndPrefixes) {
         EXPECT_EQ(KR_RET_TRUE, KR_reportErrorMsg(row.file, 12, row.text, row.format, 3));
         EXPECT_EQ(row.expected, capture.text());
     }
+}
+
+// Every kind of line, narrow and wide in one stream. No newline is added after a message: the
+// next report continues the line.
+TEST(Reporter, NarrowAndWideLinesInterleave) {
     krtest::ReportCapture capture;
     KR_Reporter& reporter = capture.reporter();
-    // No newline is added after a message: the next report continues the line.
     reporter.warning("a", 1, "t", "no end");
     reporter.message("b", 2, "u", "%c|", 'x');
     reporter.messageW("c", 3, L"v", L"%ls|", L"y");
     reporter.warningW(nullptr, 4, L"w", nullptr);
-    EXPECT_EQ("WARNING: a: line 1: t\nno endb: line 2: u\nx|c: line 3: v\ny|WARNING: w\n",
-              capture.text());
-}
-
-TEST(Reporter, WideReportsInterleaveWithNarrowOnes) {
-    krtest::ReportCapture capture;
     KR_reportErrorMsg("src/kr_str", 10, "narrow", "%s\n", "one");
     KR_reportErrorMsgW("src/kr_str", 11, L"wide", L"%ls %d\n", L"two", 2);
-    KR_Reporter& reporter = capture.reporter();
     reporter.reportStatW("src/kr_str", 12, KR_RET_ERR_FILE, L"text");
     reporter.reportStat("src/kr_str", 13, KR_RET_ERR_ILOCK, nullptr);
     EXPECT_EQ(
+            "WARNING: a: line 1: t\nno endb: line 2: u\nx|c: line 3: v\ny|WARNING: w\n"
             "ERROR: src/kr_str: line 10: narrow\none\n"
             "ERROR: src/kr_str: line 11: wide\ntwo 2\n"
             "src/kr_str: line 12: text\nFile error\n\n"
@@ -208,26 +196,24 @@ TEST(Reporter, StatusTexts) {
         const char* text;
     };
 
-    const Row rows[] = {
-            {0, ""},
-            {1, ""},
-            {2, ""},
-            {3, "Error on function input arguments\n\n"},
-            {4, "Memory error\n\n"},
-            {5, "File error\n\n"},
-            {6, "Korvane object not initialized\n\n"},
-            {7, "Required object or variable not initialized\n\n"},
-            {8, "Operation/function/feature not supported\n\n"},
-            {9, "Operation/function/feature not implemented\n\n"},
-            {10, ""},
-            {11, "Internal error\n\n"},
-            {12, "Bad usage\n\n"},
-            {13, "An iterator was accessed recursively\n\n"},
-            {14, ""},
-            {15, "User defined error\n\n"},
-            {16, ""},
-            {-1, ""},
-    };
+    const Row rows[] = {{0, ""},
+                        {1, ""},
+                        {2, ""},
+                        {3, "Error on function input arguments\n\n"},
+                        {4, "Memory error\n\n"},
+                        {5, "File error\n\n"},
+                        {6, "Korvane object not initialized\n\n"},
+                        {7, "Required object or variable not initialized\n\n"},
+                        {8, "Operation/function/feature not supported\n\n"},
+                        {9, "Operation/function/feature not implemented\n\n"},
+                        {10, ""},
+                        {11, "Internal error\n\n"},
+                        {12, "Bad usage\n\n"},
+                        {13, "An iterator was accessed recursively\n\n"},
+                        {14, ""},
+                        {15, "User defined error\n\n"},
+                        {16, ""},
+                        {-1, ""}};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.value);
         krtest::ReportCapture capture;
@@ -283,22 +269,20 @@ TEST(Reporter, MessageCatalogue) {
         const char* text;
     };
 
-    const Row rows[] = {
-            {0, 0, "KR_logErrorGen() : Unknown error code"},
-            {0, 1, "Memory error"},
-            {0, 3, "Index %d not in [%d,%d]"},
-            {0, 4, "Division by zero"},
-            {0, 5, nullptr},
-            {1, 8, "KR_StringArr free"},
-            {1, 9, nullptr},
-            {2, 9, "Arg %d has %d vertices"},
-            {2, 11, "KR_VectorArr divide vector by real"},
-            {2, 12, nullptr},
-            {3, 10, "Matrix not invertible"},
-            {3, 11, nullptr},
-            {4, 0, nullptr},
-            {~0u, 0, nullptr},
-    };
+    const Row rows[] = {{0, 0, "KR_logErrorGen() : Unknown error code"},
+                        {0, 1, "Memory error"},
+                        {0, 3, "Index %d not in [%d,%d]"},
+                        {0, 4, "Division by zero"},
+                        {0, 5, nullptr},
+                        {1, 8, "KR_StringArr free"},
+                        {1, 9, nullptr},
+                        {2, 9, "Arg %d has %d vertices"},
+                        {2, 11, "KR_VectorArr divide vector by real"},
+                        {2, 12, nullptr},
+                        {3, 10, "Matrix not invertible"},
+                        {3, 11, nullptr},
+                        {4, 0, nullptr},
+                        {~0u, 0, nullptr}};
     EXPECT_EQ(KR_RET_TRUE, KR_msgInit());  // a second sort leaves the table as it is
     for (const Row& row : rows) {
         SCOPED_TRACE(std::to_string(row.group) + "," + std::to_string(row.id));
@@ -313,21 +297,18 @@ TEST(Reporter, MessageCatalogue) {
 }
 
 TEST(Reporter, StatusPrinterThroughHandler) {
-    const std::vector<std::pair<KR_RET_STATUS, std::string>> rows = {
-            {KR_RET_FALSE, "KR_RET_FALSE(|0|"},        {KR_RET_TRUE, "KR_RET_TRUE(|1|"},
-            {KR_RET_ERR_ARG, "KR_RET_ERR_ARG(|3|"},    {KR_RET_ERR_MEM, "KR_RET_ERR_MEM(|4|"},
-            {KR_RET_ERR_FILE, "KR_RET_ERR_FILE(|5|"},  {KR_RET_ERR_POBJ, "KR_RET_ERR_POBJ(|6|"},
-            {KR_RET_ERR_OBJ, "KR_RET_ERR_OBJ(|7|"},    {KR_RET_ERR_NSUP, "KR_RET_ERR_NSUP(|8|"},
-            {KR_RET_ERR_NIMP, "KR_RET_ERR_NIMP(|9|"},  {KR_RET_ERR_GEN, "KR_RET_ERR_GEN(|11|"},
-            {KR_RET_ERR_CALL, "KR_RET_ERR_CALL(|12|"}, {KR_RET_ERR_ILOCK, "KR_RET_ERR_ILOCK(|13|"},
-            {KR_RET_ERR_USER, "KR_RET_ERR_USER(|15|"},
-    };
     KR_OStream stream;
     stream.setConsoleHandler(collect);
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.second);
+    for (KR_RET_STATUS status :
+         {KR_RET_FALSE, KR_RET_TRUE, KR_RET_ERR_ARG, KR_RET_ERR_MEM, KR_RET_ERR_FILE,
+          KR_RET_ERR_POBJ, KR_RET_ERR_OBJ, KR_RET_ERR_NSUP, KR_RET_ERR_NIMP, KR_RET_ERR_GEN,
+          KR_RET_ERR_CALL, KR_RET_ERR_ILOCK, KR_RET_ERR_USER}) {
+        std::string name = krtest::statusName(status);
+        SCOPED_TRACE(name);
         pieces.clear();
-        EXPECT_EQ(&stream, &(stream << row.first));
-        EXPECT_EQ("Korvane return code: |" + row.second + ")|", pieces);
+        EXPECT_EQ(&stream, &(stream << status));
+        EXPECT_EQ("Korvane return code: |" + name + "(|" +
+                          std::to_string(static_cast<int>(status)) + "|)|",
+                  pieces);
     }
 }

@@ -1,7 +1,6 @@
 // test_str.cpp — KR_String, KR_StringW, KR_StringArr and the utilities that fill them: null and
 // empty texts, width conversion, packing, persistence, splitting against strtok, and every
 // allocation failure.
-#include <locale.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -55,12 +54,9 @@ std::string shown(const C* t) {
     return result;
 }
 
-std::string text(const KR_String& s) {
-    return shown(static_cast<const char*>(s));
-}
-
-std::string text(const KR_StringW& s) {
-    return shown(static_cast<const wchar_t*>(s));
+template <class S>
+std::string text(const S& s) {
+    return shown(static_cast<const CharOf<S>*>(s));
 }
 
 template <class S>
@@ -439,8 +435,8 @@ TEST(StringUtilities, WidthConversionsIntoStrings) {
     EXPECT_KR_STATUS(KR_RET_TRUE, KR_wStrToKorvaneStr(out, nullptr));
     EXPECT_EQ("(null)", text(out));
 
-    std::string saved = setlocale(LC_CTYPE, nullptr);
-    if (setlocale(LC_CTYPE, "C.UTF-8") == nullptr) GTEST_SKIP() << "no C.UTF-8 locale";
+    krtest::Utf8Locale locale;
+    if (!locale.ok) GTEST_SKIP() << "no UTF-8 locale";
     krtest::ReportCapture capture;
     EXPECT_KR_STATUS(KR_RET_ERR_GEN, KR_strToKorvaneStrW(outW, "bad \xff"));
     EXPECT_EQ("(null)", text(outW));
@@ -448,7 +444,6 @@ TEST(StringUtilities, WidthConversionsIntoStrings) {
     EXPECT_EQ("(null)", text(wideFromBad));
     EXPECT_EQ("src/kr_str: line N: \nInternal error\n\nsrc/kr_str: line N: \nInternal error\n\n",
               capture.located());
-    setlocale(LC_CTYPE, saved.c_str());
 }
 
 TYPED_TEST(Strings, ControlCharacterEncoding) {
@@ -585,7 +580,7 @@ TEST(StringUtilities, SplitAgreesWithStrtok) {
 namespace {
 
 // What the string fault walk works on, rebuilt before every run.
-struct StringState {
+struct Strs {
     KR_String s{"start"}, t;
     KR_StringW w{L"start"}, tw;
     KR_Array<KR_String> arr;
@@ -593,7 +588,7 @@ struct StringState {
     KR_StringArr sa{"x"}, other{"z"};
     KR_FileAscii file;
 
-    StringState() {
+    Strs() {
         KR_splitString("p,q", ",", arr);
         KR_splitStringW(L"p,q", L",", arrW);
         sa.strArrIns(1, "y");
@@ -633,158 +628,126 @@ TEST(StringFaults, EveryAllocationFailureLeavesTheDocumentedState) {
     unsigned int used = 0;
     KR_String("packed").pack(version, packed, used, KR_STORAGE_BINARY);
     KR_StringW(L"packed").pack(version, packedW, used, KR_STORAGE_BINARY);
-    const std::string kStart = "start|start|(null)|(null)|p,q|p,q|";
+    // The summaries after a failure: as at the start, or with one string or array emptied.
+    const std::string kStart = "start|start|(null)|(null)|p,q|p,q|", kKept = kStart + "x,y",
+                      kNullS = "(null)|start|(null)|(null)|p,q|p,q|x,y",
+                      kNullW = "start|(null)|(null)|(null)|p,q|p,q|x,y",
+                      kNoArr = "start|start|(null)|(null)||p,q|x,y",
+                      kNoArrW = "start|start|(null)|(null)|p,q||x,y";
     auto code = [] { return KR_getStatusCode(); };
 
     const struct {
         const char* name;
-        std::function<KR_RET_STATUS(StringState&)> op;
-        std::string after;  // the summary after a failure
+        std::string after;  // the summary after a failure; "*" for any
+        std::function<KR_RET_STATUS(Strs&)> op;
     } rows[] = {
-            {"copy assignment", [&](StringState& x) { return (x.s = KR_String("copy"), code()); },
-             "(null)|start|(null)|(null)|p,q|p,q|x,y"},
-            {"text assignment", [&](StringState& x) { return (x.s = "other", code()); },
-             "(null)|start|(null)|(null)|p,q|p,q|x,y"},
-            {"from wide text", [&](StringState& x) { return (x.t = KR_String(L"wide"), code()); },
-             kStart + "x,y"},
-            {"wide from narrow text",
-             [&](StringState& x) { return (x.tw = KR_StringW("narrow"), code()); }, kStart + "x,y"},
-            {"copy constructor",
-             [&](StringState& x) {
+            {"copy assignment", kNullS, [&](Strs& x) { return (x.s = KR_String("copy"), code()); }},
+            {"text assignment", kNullS, [&](Strs& x) { return (x.s = "other", code()); }},
+            {"from wide text", kKept, [&](Strs& x) { return (x.t = KR_String(L"wide"), code()); }},
+            {"wide from narrow text", kKept,
+             [&](Strs& x) { return (x.tw = KR_StringW("narrow"), code()); }},
+            {"copy constructor", kKept,
+             [&](Strs& x) {
                  KR_String copy(x.s);
                  return (x.t = copy, code());
-             },
-             kStart + "x,y"},
-            {"wide copy constructor",
-             [&](StringState& x) {
+             }},
+            {"wide copy constructor", kKept,
+             [&](Strs& x) {
                  KR_StringW copy(x.w);
                  return (x.tw = copy, code());
-             },
-             kStart + "x,y"},
-            {"operator+", [&](StringState& x) { return (x.t = x.s + L"+", code()); },
-             kStart + "x,y"},
-            {"operator+ with text on the left",
-             [&](StringState& x) { return (x.t = "+" + x.s, code()); }, kStart + "x,y"},
-            {"wide operator+", [&](StringState& x) { return (x.tw = x.w + "+", code()); },
-             kStart + "x,y"},
-            {"wide operator+ with text on the left",
-             [&](StringState& x) { return (x.tw = L"+" + x.w, code()); }, kStart + "x,y"},
-            {"append", [&](StringState& x) { return (x.s += L"tail", code()); }, kStart + "x,y"},
-            {"wide append", [&](StringState& x) { return (x.w += "tail", code()); },
-             kStart + "x,y"},
-            {"insert", [&](StringState& x) { return x.s.strIns(1, L"ins"); }, kStart + "x,y"},
-            {"wide insert", [&](StringState& x) { return x.w.strIns(1, "ins"); }, kStart + "x,y"},
-            {"allocate", [&](StringState& x) { return x.s.allocate(8); },
-             "(null)|start|(null)|(null)|p,q|p,q|x,y"},
-            {"wide allocate", [&](StringState& x) { return x.w.allocate(8); },
-             "start|(null)|(null)|(null)|p,q|p,q|x,y"},
-            {"unpack",
-             [&](StringState& x) {
+             }},
+            {"operator+", kKept, [&](Strs& x) { return (x.t = x.s + L"+", code()); }},
+            {"operator+ with text on the left", kKept,
+             [&](Strs& x) { return (x.t = "+" + x.s, code()); }},
+            {"wide operator+", kKept, [&](Strs& x) { return (x.tw = x.w + "+", code()); }},
+            {"wide operator+ with text on the left", kKept,
+             [&](Strs& x) { return (x.tw = L"+" + x.w, code()); }},
+            {"append", kKept, [&](Strs& x) { return (x.s += L"tail", code()); }},
+            {"wide append", kKept, [&](Strs& x) { return (x.w += "tail", code()); }},
+            {"insert", kKept, [&](Strs& x) { return x.s.strIns(1, L"ins"); }},
+            {"wide insert", kKept, [&](Strs& x) { return x.w.strIns(1, "ins"); }},
+            {"allocate", kNullS, [&](Strs& x) { return x.s.allocate(8); }},
+            {"wide allocate", kNullW, [&](Strs& x) { return x.w.allocate(8); }},
+            {"unpack", kNullS,
+             [&](Strs& x) {
                  unsigned int got = 1;
                  KR_RET_STATUS st = x.s.unpack(version, packed, got, KR_STORAGE_BINARY);
                  return krtest::failed(st) && got != 0 ? KR_RET_ERR_GEN : st;
-             },
-             "(null)|start|(null)|(null)|p,q|p,q|x,y"},
-            {"wide unpack",
-             [&](StringState& x) { return x.w.unpack(version, packedW, used, KR_STORAGE_BINARY); },
-             "start|(null)|(null)|(null)|p,q|p,q|x,y"},
-            {"text persist",
-             [&](StringState& x) {
+             }},
+            {"wide unpack", kNullW,
+             [&](Strs& x) { return x.w.unpack(version, packedW, used, KR_STORAGE_BINARY); }},
+            {"text persist", kKept,
+             [&](Strs& x) {
                  KR_RET_STATUS st = x.file.open((path + ".out").c_str(), KR_FILE_MODE_WRITE);
                  if (krtest::failed(st)) return st;
                  st = x.s.persist(version, x.file);
                  return krtest::failed(st) ? st : x.w.persist(version, x.file);
-             },
-             kStart + "x,y"},
-            {"text restore",
-             [&](StringState& x) {
+             }},
+            {"text restore", kKept,
+             [&](Strs& x) {
                  KR_RET_STATUS st = x.file.open(path.c_str(), KR_FILE_MODE_READ);
                  return krtest::failed(st) ? st : x.t.restore(version, x.file);
-             },
-             kStart + "x,y"},
-            {"wide text restore",
-             [&](StringState& x) {
+             }},
+            {"wide text restore", kKept,
+             [&](Strs& x) {
                  KR_RET_STATUS st = x.file.open(path.c_str(), KR_FILE_MODE_READ);
                  return krtest::failed(st) ? st : x.tw.restore(version, x.file);
-             },
-             kStart + "x,y"},
-            {"substitute",
-             [&](StringState& x) { return KR_strSubstitute(x.s, "aXa", "b", "x", 0); },
-             "(null)|start|(null)|(null)|p,q|p,q|x,y"},
-            {"wide substitute",
-             [&](StringState& x) { return KR_strSubstituteW(x.w, L"aXa", L"b", L"x", 0); },
-             "start|(null)|(null)|(null)|p,q|p,q|x,y"},
-            {"add control characters",
-             [&](StringState& x) { return KR_addControlChars(x.s, "$CHR(\x01"); },
-             "(null)|start|(null)|(null)|p,q|p,q|x,y"},
-            {"wide add control characters",
-             [&](StringState& x) { return KR_addControlCharsW(x.w, L"$CHR(\x01"); },
-             "start|(null)|(null)|(null)|p,q|p,q|x,y"},
-            {"remove control characters",
-             [&](StringState& x) { return KR_removeControlChars(x.s, "$$CHR($CHR(LF)"); },
-             "(null)|start|(null)|(null)|p,q|p,q|x,y"},
-            {"wide remove control characters",
-             [&](StringState& x) { return KR_removeControlCharsW(x.w, L"$$CHR($CHR(LF)"); },
-             "start|(null)|(null)|(null)|p,q|p,q|x,y"},
-            {"substring", [&](StringState& x) { return KR_getSubString(x.s, "abc", 1, 1); },
-             "(null)|start|(null)|(null)|p,q|p,q|x,y"},
-            {"wide substring", [&](StringState& x) { return KR_getSubStringW(x.w, L"abc", 1, 1); },
-             "start|(null)|(null)|(null)|p,q|p,q|x,y"},
-            {"to narrow string", [&](StringState& x) { return KR_wStrToKorvaneStr(x.s, L"w"); },
-             "(null)|start|(null)|(null)|p,q|p,q|x,y"},
-            {"to wide string", [&](StringState& x) { return KR_strToKorvaneStrW(x.w, "n"); },
-             "start|(null)|(null)|(null)|p,q|p,q|x,y"},
-            {"split", [&](StringState& x) { return KR_splitString("a,,b", ",", x.arr); },
-             "start|start|(null)|(null)||p,q|x,y"},
-            {"general split",
-             [&](StringState& x) {
-                 return KR_splitString("a,\"b c\",d", ",", x.arr, '"', 0, 0, 1);
-             },
-             "start|start|(null)|(null)||p,q|x,y"},
-            {"wide split", [&](StringState& x) { return KR_splitStringW(L"a,,b", L",", x.arrW); },
-             "start|start|(null)|(null)|p,q||x,y"},
-            {"wide general split",
-             [&](StringState& x) {
+             }},
+            {"substitute", kNullS,
+             [&](Strs& x) { return KR_strSubstitute(x.s, "aXa", "b", "x", 0); }},
+            {"wide substitute", kNullW,
+             [&](Strs& x) { return KR_strSubstituteW(x.w, L"aXa", L"b", L"x", 0); }},
+            {"add control characters", kNullS,
+             [&](Strs& x) { return KR_addControlChars(x.s, "$CHR(\x01"); }},
+            {"wide add control characters", kNullW,
+             [&](Strs& x) { return KR_addControlCharsW(x.w, L"$CHR(\x01"); }},
+            {"remove control characters", kNullS,
+             [&](Strs& x) { return KR_removeControlChars(x.s, "$$CHR($CHR(LF)"); }},
+            {"wide remove control characters", kNullW,
+             [&](Strs& x) { return KR_removeControlCharsW(x.w, L"$$CHR($CHR(LF)"); }},
+            {"substring", kNullS, [&](Strs& x) { return KR_getSubString(x.s, "abc", 1, 1); }},
+            {"wide substring", kNullW,
+             [&](Strs& x) { return KR_getSubStringW(x.w, L"abc", 1, 1); }},
+            {"to narrow string", kNullS, [&](Strs& x) { return KR_wStrToKorvaneStr(x.s, L"w"); }},
+            {"to wide string", kNullW, [&](Strs& x) { return KR_strToKorvaneStrW(x.w, "n"); }},
+            {"split", kNoArr, [&](Strs& x) { return KR_splitString("a,,b", ",", x.arr); }},
+            {"general split", kNoArr,
+             [&](Strs& x) { return KR_splitString("a,\"b c\",d", ",", x.arr, '"', 0, 0, 1); }},
+            {"wide split", kNoArrW,
+             [&](Strs& x) { return KR_splitStringW(L"a,,b", L",", x.arrW); }},
+            {"wide general split", kNoArrW,
+             [&](Strs& x) {
                  return KR_splitStringW(L"a;'b c';d", L";", x.arrW, L'\'', L'\\', 1, 1);
-             },
-             "start|start|(null)|(null)|p,q||x,y"},
-            {"join", [&](StringState& x) { return KR_stringArrToString(x.s, x.arr, "+"); },
-             "(null)|start|(null)|(null)|p,q|p,q|x,y"},
-            {"wide join", [&](StringState& x) { return KR_stringArrToStringW(x.w, x.arrW, L"+"); },
-             "start|(null)|(null)|(null)|p,q|p,q|x,y"},
-            {"string array copy",
-             [&](StringState& x) {
+             }},
+            {"join", kNullS, [&](Strs& x) { return KR_stringArrToString(x.s, x.arr, "+"); }},
+            {"wide join", kNullW,
+             [&](Strs& x) { return KR_stringArrToStringW(x.w, x.arrW, L"+"); }},
+            {"string array copy", kKept,
+             [&](Strs& x) {
                  KR_StringArr copy(x.sa);
                  return copy.strArrErr() && copy.strArrNum() == 0 ? code() : KR_RET_TRUE;
-             },
-             kStart + "x,y"},
-            {"string array assignment",
-             [&](StringState& x) {
-                 x.sa = x.other;
-                 return x.sa.strArrErr() ? code() : KR_RET_TRUE;
-             },
-             kStart},
-            {"string array insert and append",
-             [&](StringState& x) {
+             }},
+            {"string array assignment", kStart,
+             [&](Strs& x) { return (x.sa = x.other).strArrErr() ? code() : KR_RET_TRUE; }},
+            {"string array insert and append", "*",
+             [&](Strs& x) {
                  KR_RET_STATUS st = x.sa.strArrIns(0, "z");
                  return krtest::failed(st) ? st : x.sa.strArrCat(x.sa);
-             },
-             "*"},
-            {"string array delete", [&](StringState& x) { return x.sa.strArrDel(0); },
-             kStart + "x,y"},
+             }},
+            {"string array delete", kKept, [&](Strs& x) { return x.sa.strArrDel(0); }},
     };
 
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         int failures = 0;
         krtest::forEachAllocationFailure(
-                [] { return std::make_unique<StringState>(); },
-                [&](std::unique_ptr<StringState>& x) {
+                [] { return std::make_unique<Strs>(); },
+                [&](std::unique_ptr<Strs>& x) {
                     capture.clear();
                     KR_clearStatusCode();
                     return row.op(*x);
                 },
-                [&](std::unique_ptr<StringState>& x, KR_RET_STATUS status, unsigned long) {
+                [&](std::unique_ptr<Strs>& x, KR_RET_STATUS status, unsigned long) {
                     ++failures;
                     EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
                     EXPECT_NE(std::string::npos, capture.located().find("\nMemory error\n\n"));

@@ -1,7 +1,6 @@
 // test_strbase.cpp — the raw-text utilities, narrow and wide from the same tables, with random
 // comparisons against the C library and plain std::string algorithms.
 #include <limits.h>
-#include <locale.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -437,11 +436,8 @@ TEST(StrBase, WidthConversionRoundTripsAndRejectsInvalidText) {
     EXPECT_EQ(nullptr, KR_wStrToStr(nullptr));
 
     // The library never sets the locale; the test picks one with strict multibyte rules.
-    std::string saved = setlocale(LC_CTYPE, nullptr);
-    if (setlocale(LC_CTYPE, "C.UTF-8") == nullptr &&
-        setlocale(LC_CTYPE, "en_US.UTF-8") == nullptr) {
-        GTEST_SKIP() << "no UTF-8 locale";
-    }
+    krtest::Utf8Locale locale;
+    if (!locale.ok) GTEST_SKIP() << "no UTF-8 locale";
     wide.reset(KR_strToWStr("\xc3\xa9t\xc3\xa9"));
     EXPECT_STREQ(L"\u00e9t\u00e9", wide.get());
     krtest::ReportCapture capture;
@@ -453,7 +449,6 @@ TEST(StrBase, WidthConversionRoundTripsAndRejectsInvalidText) {
             "src/kr_strbase: line N: \nInternal error\n\nsrc/kr_strbase: line N: \nInternal "
             "error\n\n",
             capture.located());
-    setlocale(LC_CTYPE, saved.c_str());
 }
 
 namespace {
@@ -471,6 +466,11 @@ KR_RET_STATUS substituteFailing(const C* in, const C* by, const C* pattern, unsi
     KR_RET_STATUS st = KR_W(KR_strSubstitute)(&out, in, by, pattern, cs);
     free(st == KR_RET_TRUE ? out : nullptr);
     return st != KR_RET_TRUE && out != nullptr ? KR_RET_ERR_GEN : st;
+}
+
+// KR_RET_TRUE for the documented answer, KR_RET_ERR_MEM for any other.
+KR_RET_STATUS answered(bool documented) {
+    return documented ? KR_RET_TRUE : KR_RET_ERR_MEM;
 }
 
 // KR_RET_ERR_MEM when a new heap text did not arrive; frees it.
@@ -499,18 +499,12 @@ TEST(StrBaseFaults, EveryAllocationFailureIsReportedAndLeaksNothing) {
         std::function<KR_RET_STATUS()> op;  // KR_RET_ERR_MEM exactly when an allocation failed
         bool mayNotAllocate = false;        // the platform's call takes the text as it is
     } rows[] = {
-            {"strstr",
-             [] { return KR_strstr(text, "c", 0) == text + 2 ? KR_RET_TRUE : KR_RET_ERR_MEM; }},
-            {"strstrW",
-             [] { return KR_strstrW(textW, L"c", 0) == textW + 2 ? KR_RET_TRUE : KR_RET_ERR_MEM; }},
+            {"strstr", [] { return answered(KR_strstr(text, "c", 0) == text + 2); }},
+            {"strstrW", [] { return answered(KR_strstrW(textW, L"c", 0) == textW + 2); }},
             {"strPatternFrequency",
-             [] {
-                 return KR_strPatternFrequency(text, "C", 0) == 2 ? KR_RET_TRUE : KR_RET_ERR_MEM;
-             }},
+             [] { return answered(KR_strPatternFrequency(text, "C", 0) == 2); }},
             {"strPatternFrequencyW",
-             [] {
-                 return KR_strPatternFrequencyW(textW, L"C", 0) == 2 ? KR_RET_TRUE : KR_RET_ERR_MEM;
-             }},
+             [] { return answered(KR_strPatternFrequencyW(textW, L"C", 0) == 2); }},
             {"strSubstitute", [] { return substituteFailing<char>(text, "--", "b", 0); }},
             {"strSubstitute case-sensitive",
              [] { return substituteFailing<char>(text, "--", "b", 1); }},
@@ -526,7 +520,7 @@ TEST(StrBaseFaults, EveryAllocationFailureIsReportedAndLeaksNothing) {
             {"strToWStr", [] { return arrived(KR_strToWStr("x")); }},
             {"wStrToStr", [] { return arrived(KR_wStrToStr(L"x")); }},
             // Windows runs a wide command as it is; elsewhere it is converted to multibyte first.
-            {"systemW", [] { return KR_systemW(L"exit 0") == -1 ? KR_RET_ERR_MEM : KR_RET_TRUE; },
+            {"systemW", [] { return answered(KR_systemW(L"exit 0") != -1); },
              kWideCommandRunsAsItIs},
     };
 

@@ -7,6 +7,7 @@
 
 #include <iostream>
 #include <regex>
+#include <utility>
 
 #if defined(_WIN32)
 #include <io.h>
@@ -74,34 +75,17 @@ FILE* openScratch() {
 namespace krtest {
 
 std::string statusName(KR_RET_STATUS status) {
-    switch (status) {
-        case KR_RET_FALSE:
-            return "KR_RET_FALSE";
-        case KR_RET_TRUE:
-            return "KR_RET_TRUE";
-        case KR_RET_ERR_ARG:
-            return "KR_RET_ERR_ARG";
-        case KR_RET_ERR_MEM:
-            return "KR_RET_ERR_MEM";
-        case KR_RET_ERR_FILE:
-            return "KR_RET_ERR_FILE";
-        case KR_RET_ERR_POBJ:
-            return "KR_RET_ERR_POBJ";
-        case KR_RET_ERR_OBJ:
-            return "KR_RET_ERR_OBJ";
-        case KR_RET_ERR_NSUP:
-            return "KR_RET_ERR_NSUP";
-        case KR_RET_ERR_NIMP:
-            return "KR_RET_ERR_NIMP";
-        case KR_RET_ERR_GEN:
-            return "KR_RET_ERR_GEN";
-        case KR_RET_ERR_CALL:
-            return "KR_RET_ERR_CALL";
-        case KR_RET_ERR_ILOCK:
-            return "KR_RET_ERR_ILOCK";
-        case KR_RET_ERR_USER:
-            return "KR_RET_ERR_USER";
-    }
+#define KRT_NAME(s) \
+    { s, #s }
+    static const std::pair<KR_RET_STATUS, const char*> kNames[] = {
+            KRT_NAME(KR_RET_FALSE),   KRT_NAME(KR_RET_TRUE),     KRT_NAME(KR_RET_ERR_ARG),
+            KRT_NAME(KR_RET_ERR_MEM), KRT_NAME(KR_RET_ERR_FILE), KRT_NAME(KR_RET_ERR_POBJ),
+            KRT_NAME(KR_RET_ERR_OBJ), KRT_NAME(KR_RET_ERR_NSUP), KRT_NAME(KR_RET_ERR_NIMP),
+            KRT_NAME(KR_RET_ERR_GEN), KRT_NAME(KR_RET_ERR_CALL), KRT_NAME(KR_RET_ERR_ILOCK),
+            KRT_NAME(KR_RET_ERR_USER)};
+#undef KRT_NAME
+    for (const auto& name : kNames)
+        if (name.first == status) return name.second;
     return "Undefined(" + std::to_string(static_cast<int>(status)) + ")";
 }
 

@@ -80,25 +80,10 @@ struct Utf8Locale {
     ~Utf8Locale() { setlocale(LC_CTYPE, saved.c_str()); }
 };
 
-// Fault injection: runs op with the n-th allocation made to fail, for n = 1, 2, ... until op
-// completes without reaching the n-th allocation; after each failing run check(status, n)
-// asserts status, report and state. op builds its own state (its allocations count too).
-template <class Op, class Check>
-void forEachAllocationFailure(Op op, Check check) {
-    for (unsigned long n = 1; n < 100000; ++n) {
-        krTesting::failAllocation(n);
-        KR_RET_STATUS status = op();
-        bool fired = krTesting::allocationFailureFired();
-        krTesting::failAllocation(0);
-        if (!fired) return;
-        SCOPED_TRACE("allocation " + std::to_string(n) + " failed");
-        check(status, n);
-        if (::testing::Test::HasFatalFailure()) return;
-    }
-}
-
-// Like the two-argument form, but setup() runs before the countdown is armed and returns the
-// state (by value or pointer-like) that op(state) and check(state, status, n) work on.
+// Fault injection: runs op(state) on a fresh state from setup() with the n-th allocation made
+// to fail (setup's own allocations are not counted), for n = 1, 2, ... until op completes
+// without reaching the n-th allocation; after each failing run check(state, status, n) asserts
+// status, report and state.
 template <class Setup, class Op, class Check>
 void forEachAllocationFailure(Setup setup, Op op, Check check) {
     for (unsigned long n = 1; n < 100000; ++n) {
@@ -112,6 +97,14 @@ void forEachAllocationFailure(Setup setup, Op op, Check check) {
         check(state, status, n);
         if (::testing::Test::HasFatalFailure()) return;
     }
+}
+
+// The same without a separate state: op() builds its own (its allocations count too), and
+// check(status, n) asserts what it left.
+template <class Op, class Check>
+void forEachAllocationFailure(Op op, Check check) {
+    forEachAllocationFailure([] { return 0; }, [&](int) { return op(); },
+                             [&](int, KR_RET_STATUS status, unsigned long n) { check(status, n); });
 }
 
 }  // namespace krtest
