@@ -10,6 +10,7 @@
 #include <functional>
 #include <iterator>
 #include <limits>
+#include <memory>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -443,38 +444,6 @@ TEST_F(FileBinary, DamagedDataIsAFileError) {
     }
 }
 
-TEST_F(FileBinary, AllocationFailuresLeaveNoTextBehind) {
-    KR_REQUIRE_FAULT_INJECTION();
-    {
-        KR_FileBinary file(path.c_str(), KR_FILE_MODE_WRITE);
-        unsigned int count = 0;
-        ASSERT_KR_OK(file.persistVal("narrow", KR_STORAGE_BINARY, count));
-        ASSERT_KR_OK(file.persistVal(L"wide", KR_STORAGE_BINARY, count));
-    }
-    krtest::ReportCapture capture;
-    krtest::forEachAllocationFailure(
-            [&] {
-                KR_FileBinary file;
-                KR_RET_STATUS status = file.open(path.c_str(), KR_FILE_MODE_READ);
-                unsigned int count = 0;
-                char* text = nullptr;
-                wchar_t* textW = nullptr;
-                if (!krtest::failed(status))
-                    status = file.restoreVal(text, KR_STORAGE_BINARY, count);
-                if (!krtest::failed(status))
-                    status = file.restoreVal(textW, KR_STORAGE_BINARY, count);
-                bool complete = text != nullptr && textW != nullptr;
-                free(text);
-                free(textW);
-                return !krtest::failed(status) && !complete ? KR_RET_ERR_GEN : status;
-            },
-            [&](KR_RET_STATUS status, unsigned long) {
-                EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
-                EXPECT_NE(std::string::npos, capture.located().find("Memory error"));
-                capture.clear();
-            });
-}
-
 // --- KR_FileBinaryRec ---
 
 TEST_F(FileBinaryRec, RecordsSurviveReopeningAndRewriting) {
@@ -660,6 +629,185 @@ TEST_F(FileSystem, FindInEnvPath) {
     EXPECT_KR_STATUS(KR_RET_FALSE, KR_fileFindInEnvPath(found, "tool.cfg", "KR_TEST_UNSET_VAR"));
     krtest::ReportCapture capture;
     EXPECT_KR_STATUS(KR_RET_ERR_ARG, KR_fileFindInEnvPath(found, nullptr, "PATH"));
+}
+
+// --- allocation failures ---
+
+namespace {
+
+// What one walk step works on; made afresh before each step, outside the countdown.
+struct Walk {
+    TempDir dir;
+    const std::string f = dir.file("f");
+    const std::wstring fW = dir.fileW(L"f");
+    KR_String out{"stale"};
+    KR_StringW outW{L"stale"};
+    KR_FileAscii text;
+    KR_FileBinaryRec rec;
+    KR_Memory memory{3};
+    char* restored = nullptr;
+    wchar_t* restoredW = nullptr;
+    unsigned int count = 0;
+
+    ~Walk() {
+        free(restored);
+        free(restoredW);
+    }
+
+    // An output is emptied or left as it was, never half filled.
+    bool outputsKept() const {
+        return (out == "stale" || out.strLeng() == 0) && (outW == L"stale" || outW.strLeng() == 0);
+    }
+
+    bool dirEmpty() const {
+        return std::filesystem::is_empty(
+                std::filesystem::u8path(static_cast<const char*>(dir.path)));
+    }
+};
+
+// A constructor or a yes/no function answers through the last status code.
+KR_RET_STATUS answer(bool yes) {
+    return yes ? KR_RET_TRUE : KR_getStatusCode();
+}
+
+template <class File>
+KR_RET_STATUS openByConstructor(Walk& w) {
+    return answer(File(w.fW.c_str(), KR_FILE_MODE_WRITE).isOpen());
+}
+
+const std::string kLong(5000, 'x');  // longer than any buffer on the stack
+const std::wstring kLongW(5000, L'x');
+
+void openLines(Walk& w) {
+    writeBytes(w.f, kLong + "\n\xff");
+    w.text.open(w.f.c_str(), KR_FILE_MODE_READ);
+}
+
+void openForWriting(Walk& w) {
+    w.text.open(w.f.c_str(), KR_FILE_MODE_WRITE);
+}
+
+bool nothingWritten(Walk& w) {
+    return w.text.close() == KR_RET_TRUE && readBytes(w.f).empty();
+}
+
+bool noFile(Walk& w) {
+    return !KR_filePathExists(w.f.c_str());
+}
+
+struct WalkRow {
+    const char* name;
+    void (*setup)(Walk&);  // optional
+    KR_RET_STATUS (*op)(Walk&);
+    bool (*kept)(Walk&) = nullptr;  // the state a failed step leaves
+    const char* report = nullptr;   // null: the file unit's own memory report
+};
+
+const WalkRow kWalkRows[] = {
+        {"open wide name, scanCharW", [](Walk& w) { writeBytes(w.f, "\xff"); },
+         [](Walk& w) {
+             wchar_t c = L'?';
+             KR_RET_STATUS status = w.text.open(w.fW.c_str(), KR_FILE_MODE_READ);
+             return krtest::failed(status) ? status : w.text.scanCharW(c);
+         },
+         [](Walk& w) { return !w.text.isOpen() && w.text.getFileName() == nullptr; }},
+        {"FileAscii(wide)", nullptr, openByConstructor<KR_FileAscii>, noFile},
+        {"FileBinary(wide)", nullptr, openByConstructor<KR_FileBinary>, noFile},
+        {"FileBinaryRec(wide)", nullptr, openByConstructor<KR_FileBinaryRec>, noFile},
+        {"print", openForWriting, [](Walk& w) { return w.text.print("%s", kLong.c_str()); },
+         nothingWritten},
+        {"printW", openForWriting, [](Walk& w) { return w.text.printW(L"%ls", kLongW.c_str()); },
+         nothingWritten},
+        {"readLine", openLines, [](Walk& w) { return w.text.readLine(w.out); },
+         [](Walk& w) { return w.out.strLeng() == 0; }},
+        {"readLineW", openLines, [](Walk& w) { return w.text.readLineW(w.outW); },
+         [](Walk& w) { return w.outW.strLeng() == 0; }},
+        {"texts persisted and restored", nullptr,
+         [](Walk& w) {
+             KR_FileBinary file;
+             KR_RET_STATUS status = file.open(w.fW.c_str(), KR_FILE_MODE_WRITE);
+             unsigned int written = 0;
+             if (!krtest::failed(status))
+                 status = file.persistVal(kLong.c_str(), KR_STORAGE_BINARY, written);
+             if (!krtest::failed(status))
+                 status = file.persistVal(kLongW.c_str(), KR_STORAGE_BINARY, written);
+             if (!krtest::failed(status)) status = file.setPos(0);
+             if (!krtest::failed(status))
+                 status = file.restoreVal(w.restored, KR_STORAGE_BINARY, w.count);
+             if (!krtest::failed(status))
+                 status = file.restoreVal(w.restoredW, KR_STORAGE_BINARY, w.count);
+             return status;
+         },
+         [](Walk& w) { return w.restoredW == nullptr && w.count == (w.restored ? 5005u : 0u); }},
+        {"recAppend", [](Walk& w) { w.rec.open(w.f.c_str(), KR_FILE_MODE_WRITE); },
+         [](Walk& w) { return w.rec.recAppend(w.memory, w.count); },
+         [](Walk& w) { return w.rec.recNum() == 0; }},
+        {"recRead",
+         [](Walk& w) {
+             w.rec.open(w.f.c_str(), KR_FILE_MODE_WRITE);
+             w.rec.recAppend(w.memory, w.count);
+         },
+         [](Walk& w) { return w.rec.recRead(0, w.memory); },
+         [](Walk& w) { return w.memory.memSize() == 0 && w.rec.recNum() == 1; },
+         "ERROR: src/kr_mem: line N: KR_Memory allocation\nMemory error"
+         "src/kr_mem: line N: \nMemory error\n\n"},
+        {"record file reopened",
+         [](Walk& w) {
+             KR_FileBinaryRec(w.f.c_str(), KR_FILE_MODE_WRITE).recAppend(w.memory, w.count);
+         },
+         [](Walk& w) { return w.rec.open(w.fW.c_str(), KR_FILE_MODE_UPDATE); },
+         [](Walk& w) { return !w.rec.isOpen() && w.rec.recNum() == 0; }},
+        {"KR_fileMakeDir", nullptr,
+         [](Walk& w) { return KR_fileMakeDir(w.dir.file("a/b").c_str()); },
+         [](Walk& w) { return !KR_fileIsDir(w.dir.file("a/b").c_str()); }},
+        {"KR_fileGetTempDir", nullptr, [](Walk& w) { return KR_fileGetTempDir(w.out); }},
+        {"KR_fileGetTempName", nullptr,
+         [](Walk& w) { return KR_fileGetTempName(w.out, w.dir.path, "pre"); },
+         [](Walk& w) { return w.dirEmpty(); }},
+        {"KR_fileMakeTempDir", nullptr,
+         [](Walk& w) { return KR_fileMakeTempDir(w.out, w.dir.path, nullptr); },
+         [](Walk& w) { return w.dirEmpty(); }},
+        {"KR_fileGetDir", nullptr, [](Walk& w) { return KR_fileGetDir(w.out, "a/b.c"); }},
+        {"KR_fileGetDirW", nullptr, [](Walk& w) { return KR_fileGetDirW(w.outW, L"a/b.c"); }},
+        {"KR_fileGetName", nullptr, [](Walk& w) { return KR_fileGetName(w.out, "a/b.c"); }},
+        {"KR_fileGetNameW", nullptr, [](Walk& w) { return KR_fileGetNameW(w.outW, L"a/b.c"); }},
+        {"KR_fileGetBaseName", nullptr, [](Walk& w) { return KR_fileGetBaseName(w.out, "a/b.c"); }},
+        {"KR_fileGetBaseNameW", nullptr,
+         [](Walk& w) { return KR_fileGetBaseNameW(w.outW, L"a/b.c"); }},
+        {"KR_fileGetExt", nullptr, [](Walk& w) { return KR_fileGetExt(w.out, "a/b.c"); }},
+        {"KR_fileGetExtW", nullptr, [](Walk& w) { return KR_fileGetExtW(w.outW, L"a/b.c"); }},
+};
+
+}  // namespace
+
+// Every allocating operation of the file unit, with each of its allocations failing in turn:
+// KR_RET_ERR_MEM with one report, outputs emptied or kept, nothing created; no leak (ASan).
+TEST(FileAllocation, EveryFailureIsAMemoryError) {
+    KR_REQUIRE_FAULT_INJECTION();
+    krtest::ReportCapture capture;
+    for (const WalkRow& row : kWalkRows) {
+        SCOPED_TRACE(row.name);
+        unsigned long failures = 0;
+        krtest::forEachAllocationFailure(
+                [&] {
+                    auto w = std::make_unique<Walk>();
+                    if (row.setup != nullptr) row.setup(*w);
+                    capture.clear();
+                    KR_clearStatusCode();
+                    return w;
+                },
+                [&](std::unique_ptr<Walk>& w) { return row.op(*w); },
+                [&](std::unique_ptr<Walk>& w, KR_RET_STATUS status, unsigned long) {
+                    ++failures;
+                    EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
+                    EXPECT_EQ(row.report != nullptr ? row.report
+                                                    : "src/kr_file: line N: \nMemory error\n\n",
+                              capture.located());
+                    EXPECT_TRUE(w->outputsKept());
+                    EXPECT_TRUE(row.kept == nullptr || row.kept(*w));
+                });
+        EXPECT_GT(failures, 0u);
+    }
 }
 
 // --- KR_Version persistence ---
