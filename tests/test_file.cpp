@@ -704,7 +704,7 @@ struct WalkRow {
 };
 
 const WalkRow kWalkRows[] = {
-        {"open wide name, scanCharW", [](Walk& w) { writeBytes(w.f, "\xff"); },
+        {"reopen by wide name, scanCharW", openLines,
          [](Walk& w) {
              wchar_t c = L'?';
              KR_RET_STATUS status = w.text.open(w.fW.c_str(), KR_FILE_MODE_READ);

@@ -55,8 +55,9 @@ public:
 
     // Opens name, closing a file already open first. KR_RET_ERR_ARG for a null or empty name or
     // an unknown mode (an open file stays open); KR_RET_ERR_FILE (with the name in the report) when
-    // the file system refuses. Wide names open the named file on every platform (on POSIX through
-    // the locale's multibyte conversion).
+    // the file system refuses, KR_RET_ERR_MEM when memory runs out (both leave no file open). Wide
+    // names open the named file on every platform (on POSIX through the locale's multibyte
+    // conversion).
     virtual KR_RET_STATUS open(const char* name, KR_FILE_MODE mode);
     virtual KR_RET_STATUS open(const wchar_t* name, KR_FILE_MODE mode);
     // Writes what is buffered and closes. KR_RET_FALSE (no report) when no file is open; a
