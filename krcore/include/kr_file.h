@@ -314,9 +314,11 @@ private:
 // --- File-system functions ---
 // Paths: "/" separates on every platform and "\\" as well (so that Windows paths take apart
 // the same way everywhere); drive letters get no special treatment. The W twins take and give
-// wide text. Null arguments: KR_RET_ERR_ARG (reported).
+// wide text. Null arguments: KR_RET_ERR_ARG (reported). When memory runs out a function reports
+// and answers KR_RET_ERR_MEM and leaves its output empty or as it was.
 
-// 1 when path names an existing file or directory; 0 otherwise (also for null).
+// 1 when path names an existing file or directory; 0 otherwise (also for null, and when memory
+// ran out, which is reported: KR_getStatusCode() tells it from a missing path).
 extern "C" KR_API unsigned char KR_filePathExists(const char* path);
 extern "C" KR_API unsigned char KR_filePathExistsW(const wchar_t* path);
 // 1 when path names an existing directory.

@@ -198,6 +198,7 @@ KR_RET_STATUS makeDirImpl(const Char* path) {
     KR_setUserError(0);
     if (path == nullptr || path[0] == Char(0)) return KRI_FAIL(KR_RET_ERR_ARG);
     int kind = pathKindOf(path);
+    if (kind < 0) return KRI_FAIL(KR_RET_ERR_MEM);
     if (kind == 2) return KR_RET_FALSE;
     if (kind == 1) return KRI_FAIL_PATH(KR_RET_ERR_FILE, "KR_fileMakeDir: not a directory", path);
     krInternal::TextBuffer<Char> work;
@@ -219,6 +220,7 @@ KR_RET_STATUS makeDirImpl(const Char* path) {
         text[i] = Char(0);
         int here = pathKindOf(text);
         KR_RET_STATUS status = KR_RET_TRUE;
+        if (here < 0) status = KRI_FAIL(KR_RET_ERR_MEM);
         if (here == 1)
             status = KRI_FAIL_PATH(KR_RET_ERR_FILE, "KR_fileMakeDir: not a directory", text);
         text[i] = saved;
@@ -230,8 +232,15 @@ KR_RET_STATUS makeDirImpl(const Char* path) {
         Char saved = text[i];
         text[i] = Char(0);
         int error = makeDirOf(text);
+        if (error == EEXIST) {
+            // Made meanwhile by someone else: fine when it is a directory.
+            int here = pathKindOf(text);
+            error = here == 2 ? 0 : here < 0 ? ENOMEM : EEXIST;
+        }
         KR_RET_STATUS status = KR_RET_TRUE;
-        if (error != 0 && !(error == EEXIST && pathKindOf(text) == 2)) {
+        if (error == ENOMEM) {
+            status = KRI_FAIL(KR_RET_ERR_MEM);
+        } else if (error != 0) {
             status = KRI_FAIL_PATH(KR_RET_ERR_FILE, "KR_fileMakeDir: cannot create", text);
         }
         text[i] = saved;
@@ -304,12 +313,17 @@ KR_RET_STATUS pathPartImpl(Str& out, const Char* path, PathPart part) {
     return KRI_FAILED(status) ? status : KR_RET_TRUE;
 }
 
-// 1 when path names something that exists (a directory when asked for one).
+// 1 when path names something that exists (a directory when asked for one). A test that ran
+// out of memory answers 0 and reports KR_RET_ERR_MEM, the last status code callers can look at.
 template <class Char>
 unsigned char pathIs(const Char* path, bool directory) {
     KR_setUserError(0);
     if (path == nullptr || path[0] == Char(0)) return 0;
     int kind = pathKindOf(path);
+    if (kind < 0) {
+        KRI_FAIL(KR_RET_ERR_MEM);
+        return 0;
+    }
     return directory ? kind == 2 : kind != 0;
 }
 
@@ -317,9 +331,12 @@ template <class Char>
 KR_RET_STATUS removeImpl(const Char* path) {
     KR_setUserError(0);
     if (path == nullptr || path[0] == Char(0)) return KRI_FAIL(KR_RET_ERR_ARG);
-    if (pathKindOf(path) == 0) return KR_RET_FALSE;
-    if (removePathOf(path) != 0)
-        return KRI_FAIL_PATH(KR_RET_ERR_FILE, "KR_fileRemove: cannot remove", path);
+    int kind = pathKindOf(path);
+    if (kind < 0) return KRI_FAIL(KR_RET_ERR_MEM);
+    if (kind == 0) return KR_RET_FALSE;
+    int error = removePathOf(path);
+    if (error == ENOMEM) return KRI_FAIL(KR_RET_ERR_MEM);
+    if (error != 0) return KRI_FAIL_PATH(KR_RET_ERR_FILE, "KR_fileRemove: cannot remove", path);
     return KR_RET_TRUE;
 }
 

@@ -33,9 +33,12 @@ FILE* openFileW(const wchar_t* name, const char* mode);
 int seekFile(FILE* file, long long pos);
 // Size of the open file as the file system has it; -1 on failure.
 long long fileSize(FILE* file);
-// 0: nothing there, 1: a file or anything else that is not a directory, 2: a directory.
+// 0: nothing there, 1: a file or anything else that is not a directory, 2: a directory;
+// -1 when memory ran out (on POSIX also while converting a wide name), so nothing is known.
 int pathKind(const char* path);
 int pathKindW(const wchar_t* path);
+// The functions below that answer an errno value answer ENOMEM when memory ran out, also while
+// converting a wide name on POSIX; the callers tell that apart from a refusal of the file system.
 // Creates one directory (its parent must exist); 0, or the errno value.
 int makeDir(const char* path);
 int makeDirW(const wchar_t* path);

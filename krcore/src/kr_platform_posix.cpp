@@ -467,12 +467,14 @@ long long fileSize(FILE* file) {
 
 int pathKind(const char* path) {
     struct stat info;
-    if (stat(path, &info) != 0) return 0;
+    if (stat(path, &info) != 0) return errno == ENOMEM ? -1 : 0;
     return S_ISDIR(info.st_mode) ? 2 : 1;
 }
 
 int pathKindW(const wchar_t* path) {
-    return withNarrowName(path, 0, [](const char* narrow) { return pathKind(narrow); });
+    // A name that does not convert names nothing; one that ran out of memory says nothing.
+    int kind = withNarrowName(path, -1, [](const char* narrow) { return pathKind(narrow); });
+    return kind < 0 && errno != ENOMEM ? 0 : kind;
 }
 
 int makeDir(const char* path) {
