@@ -677,6 +677,7 @@ KR_RET_STATUS openByConstructor(Walk& w) {
 
 const std::string kLong(5000, 'x');  // longer than any buffer on the stack
 const std::wstring kLongW(5000, L'x');
+const char kEnvVar[] = "KR_TEST_WALK_PATH";
 
 void openLines(Walk& w) {
     writeBytes(w.f, kLong + "\n\xff");
@@ -773,12 +774,17 @@ const WalkRow kWalkRows[] = {
          [](Walk& w) { return KR_fileRemoveW(w.fW.c_str()); },
          [](Walk& w) { return KR_filePathExists(w.f.c_str()) != 0; }, nullptr, true},
         {"KR_fileGetTempDir", nullptr, [](Walk& w) { return KR_fileGetTempDir(w.out); }},
+        {"KR_fileGetTempDirW", nullptr, [](Walk& w) { return KR_fileGetTempDirW(w.outW); }},
         {"KR_fileGetTempName", nullptr,
          [](Walk& w) { return KR_fileGetTempName(w.out, w.dir.path, "pre"); },
          [](Walk& w) { return w.dirEmpty(); }},
         {"KR_fileMakeTempDir", nullptr,
          [](Walk& w) { return KR_fileMakeTempDir(w.out, w.dir.path, nullptr); },
          [](Walk& w) { return w.dirEmpty(); }},
+        {"KR_fileFindInEnvPath", nullptr,
+         [](Walk& w) { return KR_fileFindInEnvPath(w.out, "f", kEnvVar); }},
+        {"KR_fileFindInEnvPathW", nullptr,
+         [](Walk& w) { return KR_fileFindInEnvPathW(w.outW, L"f", L"KR_TEST_WALK_PATH"); }},
         {"KR_fileGetDir", nullptr, [](Walk& w) { return KR_fileGetDir(w.out, "a/b.c"); }},
         {"KR_fileGetDirW", nullptr, [](Walk& w) { return KR_fileGetDirW(w.outW, L"a/b.c"); }},
         {"KR_fileGetName", nullptr, [](Walk& w) { return KR_fileGetName(w.out, "a/b.c"); }},
@@ -796,6 +802,12 @@ const WalkRow kWalkRows[] = {
 // KR_RET_ERR_MEM with one report, outputs emptied or kept, nothing created; no leak (ASan).
 TEST(FileAllocation, EveryFailureIsAMemoryError) {
     KR_REQUIRE_FAULT_INJECTION();
+    TempDir listed;  // the variable lists a missing directory, then one with "f" in it
+    writeBytes(listed.file("f"), "a");
+    static std::string assignment;
+    assignment = std::string(kEnvVar) + "=" + listed.file("none") +
+                 (listed.sep() == '\\' ? ";" : ":") + static_cast<const char*>(listed.path);
+    ASSERT_EQ(0, putenv(const_cast<char*>(assignment.c_str())));
     krtest::ReportCapture capture;
     for (const WalkRow& row : kWalkRows) {
         SCOPED_TRACE(row.name);

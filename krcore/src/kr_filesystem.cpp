@@ -64,13 +64,16 @@ int removePathOf(const wchar_t* path) {
     return krPlatform::removePathW(path);
 }
 
-// An environment variable as a heap text (free()), or null when it is not set.
-char* getEnvOf(const char* name) {
-    return krInternal::dupText(getenv(name));
+// value := an environment variable as a heap text (free()), or null when it is not set. False
+// when memory ran out: the variable may well be set.
+bool getEnvOf(const char* name, char*& value) {
+    const char* text = getenv(name);
+    value = krInternal::dupText(text);
+    return text == nullptr || value != nullptr;
 }
 
-wchar_t* getEnvOf(const wchar_t* name) {
-    return krPlatform::getEnvW(name);
+bool getEnvOf(const wchar_t* name, wchar_t*& value) {
+    return krPlatform::getEnvW(name, value) != ENOMEM;
 }
 
 bool defaultTempDirOf(char* buffer, size_t size) {
@@ -146,7 +149,8 @@ KR_RET_STATUS getTempDirImpl(Str& dir) {
     static const Char kVariables[3][7] = {
             {'T', 'M', 'P', 'D', 'I', 'R', 0}, {'T', 'M', 'P', 0}, {'T', 'E', 'M', 'P', 0}};
     for (const Char* variable : kVariables) {
-        Char* value = getEnvOf(variable);
+        Char* value = nullptr;
+        if (!getEnvOf(variable, value)) return KRI_FAIL(KR_RET_ERR_MEM);
         if (value == nullptr) continue;
         size_t length = textLength(value);
         while (length > 1 && isSeparator(value[length - 1]))
@@ -254,7 +258,8 @@ KR_RET_STATUS findInEnvPathImpl(Str& path, const Char* fileName, const Char* env
     KR_setUserError(0);
     path.assignPtr(nullptr);
     if (fileName == nullptr || envVar == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
-    Char* list = getEnvOf(envVar);
+    Char* list = nullptr;
+    if (!getEnvOf(envVar, list)) return KRI_FAIL(KR_RET_ERR_MEM);
     if (list == nullptr) return KR_RET_FALSE;
     const Char separator = Char(krPlatform::pathListSeparator());
     KR_RET_STATUS status = KR_RET_FALSE;
@@ -264,9 +269,11 @@ KR_RET_STATUS findInEnvPathImpl(Str& path, const Char* fileName, const Char* env
             ++end;
         if (end > entry) {
             krInternal::TextBuffer<Char> candidate;
-            if (!joinPath(candidate, entry, static_cast<size_t>(end - entry), fileName)) {
+            bool joined = joinPath(candidate, entry, static_cast<size_t>(end - entry), fileName);
+            int kind = joined ? pathKindOf(candidate.text()) : -1;
+            if (kind < 0) {
                 status = KRI_FAIL(KR_RET_ERR_MEM);
-            } else if (pathKindOf(candidate.text()) == 1) {
+            } else if (kind == 1) {
                 status = takeText(path, candidate);
                 if (!KRI_FAILED(status)) status = KR_RET_TRUE;
             }

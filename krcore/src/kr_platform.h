@@ -48,9 +48,9 @@ int createNewFileW(const wchar_t* path);
 // Removes a file or an empty directory; 0, or the errno value.
 int removePath(const char* path);
 int removePathW(const wchar_t* path);
-// A wide environment variable as a new heap text (krInternal allocator, free()), or null when it
-// is not set or does not convert.
-wchar_t* getEnvW(const wchar_t* name);
+// value := a wide environment variable as a new heap text (krInternal allocator, free()), or null
+// when it is not set or does not convert. 0, or ENOMEM (value null) when memory ran out.
+int getEnvW(const wchar_t* name, wchar_t*& value);
 // The platform's directory for temporary files when no variable names one, without a trailing
 // separator ("/tmp" on POSIX, GetTempPath on Windows). False when it does not fit into size.
 bool defaultTempDir(char* buffer, size_t size);

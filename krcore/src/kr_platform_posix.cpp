@@ -507,15 +507,17 @@ int removePathW(const wchar_t* path) {
     return result < 0 ? errno : result;
 }
 
-wchar_t* getEnvW(const wchar_t* name) {
+int getEnvW(const wchar_t* name, wchar_t*& value) {
+    value = nullptr;
     char* narrow = narrowName(name);
-    if (narrow == nullptr) return nullptr;
-    const char* value = getenv(narrow);
+    if (narrow == nullptr) return errno == ENOMEM ? ENOMEM : 0;
+    const char* text = getenv(narrow);
     krInternal::freeBlock(narrow);
-    if (value == nullptr) return nullptr;
-    size_t length = krInternal::localeLength<wchar_t>(value);
-    if (length == krInternal::kNoLocaleForm) return nullptr;
-    return krInternal::localeCopy<wchar_t>(value, length);
+    if (text == nullptr) return 0;
+    size_t length = krInternal::localeLength<wchar_t>(text);
+    if (length == krInternal::kNoLocaleForm) return 0;
+    value = krInternal::localeCopy<wchar_t>(text, length);
+    return value == nullptr ? ENOMEM : 0;
 }
 
 bool defaultTempDir(char* buffer, size_t size) {

@@ -115,8 +115,10 @@ int removePathW(const wchar_t* path) {
     return _wremove(path) == 0 ? 0 : errno;
 }
 
-wchar_t* getEnvW(const wchar_t* name) {
-    return krInternal::dupTextW(_wgetenv(name));
+int getEnvW(const wchar_t* name, wchar_t*& value) {
+    const wchar_t* text = _wgetenv(name);
+    value = krInternal::dupTextW(text);
+    return text != nullptr && value == nullptr ? ENOMEM : 0;
 }
 
 bool defaultTempDir(char* buffer, size_t size) {
