@@ -190,6 +190,7 @@ KR_RET_STATUS makeTempImpl(Str& out, const Char* dir, const Char* prefix, bool a
         }
         int error = asDir ? makeDirOf(path.text()) : createNewFileOf(path.text());
         if (error == EEXIST) continue;
+        if (error == ENOMEM) return KRI_FAIL(KR_RET_ERR_MEM);
         if (error != 0)
             return KRI_FAIL_PATH(KR_RET_ERR_FILE, "KR_file: cannot create", path.text());
         return takeText(out, path);
