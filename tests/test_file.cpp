@@ -713,6 +713,15 @@ const WalkRow kWalkRows[] = {
              return krtest::failed(status) ? status : w.text.scanCharW(c);
          },
          [](Walk& w) { return !w.text.isOpen() && w.text.getFileName() == nullptr; }},
+        {"open through the wide calls", [](Walk& w) { writeBytes(w.f, "a"); },
+         [](Walk& w) {
+             unsigned char saved = KR_useUnicodeSystemFunctions;
+             KR_useUnicodeSystemFunctions = 1;
+             KR_RET_STATUS status = w.text.open(w.f.c_str(), KR_FILE_MODE_UPDATE);
+             KR_useUnicodeSystemFunctions = saved;
+             return status;
+         },
+         [](Walk& w) { return !w.text.isOpen() && readBytes(w.f) == "a"; }},
         {"FileAscii(wide)", nullptr, openByConstructor<KR_FileAscii>, noFile},
         {"FileBinary(wide)", nullptr, openByConstructor<KR_FileBinary>, noFile},
         {"FileBinaryRec(wide)", nullptr, openByConstructor<KR_FileBinaryRec>, noFile},

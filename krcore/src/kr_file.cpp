@@ -118,10 +118,13 @@ KR_RET_STATUS KR_File::openPlatform(const char* name, const wchar_t* nameW, KR_F
     FILE* file = openAs(kModes[mode]);
     // Append creates a missing file; "a" itself would force every write to the end.
     if (file == nullptr && mode == KR_FILE_MODE_APPEND && errno == ENOENT) file = openAs("w+b");
+    bool outOfMemory = file == nullptr && errno == ENOMEM;
     name_ = const_cast<char*>(name);
     nameW_ = const_cast<wchar_t*>(nameW);
     if (file == nullptr) {
-        KR_RET_STATUS status = KRI_FAIL_NAMED(KR_RET_ERR_FILE, "KR_File: cannot open");
+        KR_RET_STATUS status = outOfMemory
+                                       ? KRI_FAIL(KR_RET_ERR_MEM)
+                                       : KRI_FAIL_NAMED(KR_RET_ERR_FILE, "KR_File: cannot open");
         name_ = nullptr;
         nameW_ = nullptr;
         krInternal::freeBlock(buffer);

@@ -27,6 +27,7 @@ void coutWide(wchar_t c);
 // fopen with a narrow or a wide name; mode is a narrow fopen mode. On POSIX a wide name goes
 // through the locale's multibyte conversion (a name that does not convert fails, errno EILSEQ);
 // Windows uses _wfopen. The stream is switched to unbuffered: the file classes buffer themselves.
+// A failure leaves errno set, ENOMEM when memory ran out (on POSIX also converting the name).
 FILE* openFile(const char* name, const char* mode);
 FILE* openFileW(const wchar_t* name, const char* mode);
 // Absolute seek with 64-bit offsets; 0 on success.
