@@ -10,6 +10,7 @@
 #include <functional>
 #include <iterator>
 #include <limits>
+#include <memory>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -221,17 +222,17 @@ TEST_F(FileAscii, PrintAndReadLines) {
         KR_FileAscii file(path.c_str(), KR_FILE_MODE_WRITE);
         EXPECT_KR_OK(file.print("%d %s %lld\r\n", -7, "word", LLONG_MAX));
         EXPECT_KR_OK(file.print("\n%s\n", longText.c_str()));
-        EXPECT_KR_OK(file.printW(L"%ls=%d\n", L"wide", 42));
+        EXPECT_KR_OK(file.printW(L"%ls=%d\n", widen(longText).c_str(), 42));
         EXPECT_KR_OK(file.print("last"));
         krtest::ReportCapture capture;
         EXPECT_KR_STATUS(KR_RET_ERR_ARG, file.print(nullptr));
         EXPECT_KR_STATUS(KR_RET_ERR_ARG, file.printW(nullptr));
     }
-    EXPECT_EQ(first + "\r\n\n" + longText + "\nwide=42\nlast", readBytes(path));
+    EXPECT_EQ(first + "\r\n\n" + longText + "\n" + longText + "=42\nlast", readBytes(path));
     KR_FileAscii file(path.c_str(), KR_FILE_MODE_READ);
     KR_String line("stale");
     for (const std::string& expected :
-         {first, std::string(), longText, std::string("wide=42"), std::string("last")}) {
+         {first, std::string(), longText, longText + "=42", std::string("last")}) {
         ASSERT_KR_STATUS(KR_RET_TRUE, file.readLine(line));
         EXPECT_TRUE(line == expected.c_str()) << expected;
     }
@@ -443,38 +444,6 @@ TEST_F(FileBinary, DamagedDataIsAFileError) {
     }
 }
 
-TEST_F(FileBinary, AllocationFailuresLeaveNoTextBehind) {
-    KR_REQUIRE_FAULT_INJECTION();
-    {
-        KR_FileBinary file(path.c_str(), KR_FILE_MODE_WRITE);
-        unsigned int count = 0;
-        ASSERT_KR_OK(file.persistVal("narrow", KR_STORAGE_BINARY, count));
-        ASSERT_KR_OK(file.persistVal(L"wide", KR_STORAGE_BINARY, count));
-    }
-    krtest::ReportCapture capture;
-    krtest::forEachAllocationFailure(
-            [&] {
-                KR_FileBinary file;
-                KR_RET_STATUS status = file.open(path.c_str(), KR_FILE_MODE_READ);
-                unsigned int count = 0;
-                char* text = nullptr;
-                wchar_t* textW = nullptr;
-                if (!krtest::failed(status))
-                    status = file.restoreVal(text, KR_STORAGE_BINARY, count);
-                if (!krtest::failed(status))
-                    status = file.restoreVal(textW, KR_STORAGE_BINARY, count);
-                bool complete = text != nullptr && textW != nullptr;
-                free(text);
-                free(textW);
-                return !krtest::failed(status) && !complete ? KR_RET_ERR_GEN : status;
-            },
-            [&](KR_RET_STATUS status, unsigned long) {
-                EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
-                EXPECT_NE(std::string::npos, capture.located().find("Memory error"));
-                capture.clear();
-            });
-}
-
 // --- KR_FileBinaryRec ---
 
 TEST_F(FileBinaryRec, RecordsSurviveReopeningAndRewriting) {
@@ -660,6 +629,225 @@ TEST_F(FileSystem, FindInEnvPath) {
     EXPECT_KR_STATUS(KR_RET_FALSE, KR_fileFindInEnvPath(found, "tool.cfg", "KR_TEST_UNSET_VAR"));
     krtest::ReportCapture capture;
     EXPECT_KR_STATUS(KR_RET_ERR_ARG, KR_fileFindInEnvPath(found, nullptr, "PATH"));
+}
+
+// --- allocation failures ---
+
+namespace {
+
+// What one walk step works on; made afresh before each step, outside the countdown.
+struct Walk {
+    TempDir dir;
+    const std::string f = dir.file("f");
+    const std::wstring fW = dir.fileW(L"f");
+    KR_String out{"stale"};
+    KR_StringW outW{L"stale"};
+    KR_FileAscii text;
+    KR_FileBinaryRec rec;
+    KR_Memory memory{3};
+    char* restored = nullptr;
+    wchar_t* restoredW = nullptr;
+    unsigned int count = 0;
+
+    ~Walk() {
+        free(restored);
+        free(restoredW);
+    }
+
+    // An output is emptied or left as it was, never half filled.
+    bool outputsKept() const {
+        return (out == "stale" || out.strLeng() == 0) && (outW == L"stale" || outW.strLeng() == 0);
+    }
+
+    bool dirEmpty() const {
+        return std::filesystem::is_empty(
+                std::filesystem::u8path(static_cast<const char*>(dir.path)));
+    }
+};
+
+// A constructor or a yes/no function answers through the last status code.
+KR_RET_STATUS answer(bool yes) {
+    return yes ? KR_RET_TRUE : KR_getStatusCode();
+}
+
+template <class File>
+KR_RET_STATUS openByConstructor(Walk& w) {
+    return answer(File(w.fW.c_str(), KR_FILE_MODE_WRITE).isOpen());
+}
+
+const std::string kLong(5000, 'x');  // longer than any buffer on the stack
+const std::wstring kLongW(5000, L'x');
+const char kEnvVar[] = "KR_TEST_WALK_PATH";
+
+void openLines(Walk& w) {
+    writeBytes(w.f, kLong + "\n\xff");
+    w.text.open(w.f.c_str(), KR_FILE_MODE_READ);
+}
+
+void openForWriting(Walk& w) {
+    w.text.open(w.f.c_str(), KR_FILE_MODE_WRITE);
+}
+
+bool nothingWritten(Walk& w) {
+    return w.text.close() == KR_RET_TRUE && readBytes(w.f).empty();
+}
+
+bool noFile(Walk& w) {
+    return !KR_filePathExists(w.f.c_str());
+}
+
+struct WalkRow {
+    const char* name;
+    void (*setup)(Walk&);  // optional
+    KR_RET_STATUS (*op)(Walk&);
+    bool (*kept)(Walk&) = nullptr;  // the state a failed step leaves
+    const char* report = nullptr;   // null: the file unit's own memory report
+    bool convertsName = false;      // allocates only where a wide name is converted (POSIX)
+};
+
+const WalkRow kWalkRows[] = {
+        {"reopen by wide name, scanCharW", openLines,
+         [](Walk& w) {
+             wchar_t c = L'?';
+             KR_RET_STATUS status = w.text.open(w.fW.c_str(), KR_FILE_MODE_READ);
+             return krtest::failed(status) ? status : w.text.scanCharW(c);
+         },
+         [](Walk& w) { return !w.text.isOpen() && w.text.getFileName() == nullptr; }},
+        {"open through the wide calls", [](Walk& w) { writeBytes(w.f, "a"); },
+         [](Walk& w) {
+             unsigned char saved = KR_useUnicodeSystemFunctions;
+             KR_useUnicodeSystemFunctions = 1;
+             KR_RET_STATUS status = w.text.open(w.f.c_str(), KR_FILE_MODE_UPDATE);
+             KR_useUnicodeSystemFunctions = saved;
+             return status;
+         },
+         [](Walk& w) { return !w.text.isOpen() && readBytes(w.f) == "a"; }},
+        {"FileAscii(wide)", nullptr, openByConstructor<KR_FileAscii>, noFile},
+        {"FileBinary(wide)", nullptr, openByConstructor<KR_FileBinary>, noFile},
+        {"FileBinaryRec(wide)", nullptr, openByConstructor<KR_FileBinaryRec>, noFile},
+        {"print", openForWriting, [](Walk& w) { return w.text.print("%s", kLong.c_str()); },
+         nothingWritten},
+        {"printW", openForWriting, [](Walk& w) { return w.text.printW(L"%ls", kLongW.c_str()); },
+         nothingWritten},
+        {"readLine", openLines, [](Walk& w) { return w.text.readLine(w.out); },
+         [](Walk& w) { return w.out.strLeng() == 0; }},
+        {"readLineW", openLines, [](Walk& w) { return w.text.readLineW(w.outW); },
+         [](Walk& w) { return w.outW.strLeng() == 0; }},
+        {"texts persisted and restored", nullptr,
+         [](Walk& w) {
+             KR_FileBinary file;
+             KR_RET_STATUS status = file.open(w.fW.c_str(), KR_FILE_MODE_WRITE);
+             unsigned int written = 0;
+             if (!krtest::failed(status))
+                 status = file.persistVal(kLong.c_str(), KR_STORAGE_BINARY, written);
+             if (!krtest::failed(status))
+                 status = file.persistVal(kLongW.c_str(), KR_STORAGE_BINARY, written);
+             if (!krtest::failed(status)) status = file.setPos(0);
+             if (!krtest::failed(status))
+                 status = file.restoreVal(w.restored, KR_STORAGE_BINARY, w.count);
+             if (!krtest::failed(status))
+                 status = file.restoreVal(w.restoredW, KR_STORAGE_BINARY, w.count);
+             return status;
+         },
+         [](Walk& w) { return w.restoredW == nullptr && w.count == (w.restored ? 5005u : 0u); }},
+        {"recAppend", [](Walk& w) { w.rec.open(w.f.c_str(), KR_FILE_MODE_WRITE); },
+         [](Walk& w) { return w.rec.recAppend(w.memory, w.count); },
+         [](Walk& w) { return w.rec.recNum() == 0; }},
+        {"recRead",
+         [](Walk& w) {
+             w.rec.open(w.f.c_str(), KR_FILE_MODE_WRITE);
+             w.rec.recAppend(w.memory, w.count);
+         },
+         [](Walk& w) { return w.rec.recRead(0, w.memory); },
+         [](Walk& w) { return w.memory.memSize() == 0 && w.rec.recNum() == 1; },
+         "ERROR: src/kr_mem: line N: KR_Memory allocation\nMemory error"
+         "src/kr_mem: line N: \nMemory error\n\n"},
+        {"record file reopened",
+         [](Walk& w) {
+             KR_FileBinaryRec(w.f.c_str(), KR_FILE_MODE_WRITE).recAppend(w.memory, w.count);
+         },
+         [](Walk& w) { return w.rec.open(w.fW.c_str(), KR_FILE_MODE_UPDATE); },
+         [](Walk& w) { return !w.rec.isOpen() && w.rec.recNum() == 0; }},
+        {"KR_fileMakeDir", nullptr,
+         [](Walk& w) { return KR_fileMakeDir(w.dir.file("a/b").c_str()); },
+         [](Walk& w) { return !KR_fileIsDir(w.dir.file("a/b").c_str()); }},
+        {"KR_filePathExistsW", [](Walk& w) { writeBytes(w.f, "a"); },
+         [](Walk& w) { return answer(KR_filePathExistsW(w.fW.c_str())); }, nullptr, nullptr, true},
+        {"KR_fileIsDirW", nullptr,
+         [](Walk& w) { return answer(KR_fileIsDirW(w.dir.fileW(L"").c_str())); }, nullptr, nullptr,
+         true},
+        {"KR_fileMakeDirW", nullptr,
+         [](Walk& w) { return KR_fileMakeDirW(w.dir.fileW(L"a/b").c_str()); },
+         [](Walk& w) { return !KR_fileIsDir(w.dir.file("a/b").c_str()); }},
+        {"KR_fileRemoveW", [](Walk& w) { writeBytes(w.f, "a"); },
+         [](Walk& w) { return KR_fileRemoveW(w.fW.c_str()); },
+         [](Walk& w) { return KR_filePathExists(w.f.c_str()) != 0; }, nullptr, true},
+        {"KR_fileGetTempDir", nullptr, [](Walk& w) { return KR_fileGetTempDir(w.out); }},
+        {"KR_fileGetTempDirW", nullptr, [](Walk& w) { return KR_fileGetTempDirW(w.outW); }},
+        {"KR_fileGetTempName", nullptr,
+         [](Walk& w) { return KR_fileGetTempName(w.out, w.dir.path, "pre"); },
+         [](Walk& w) { return w.dirEmpty(); }},
+        {"KR_fileGetTempNameW", nullptr,
+         [](Walk& w) { return KR_fileGetTempNameW(w.outW, w.dir.fileW(L"").c_str(), L"pre"); },
+         [](Walk& w) { return w.dirEmpty(); }},
+        {"KR_fileMakeTempDir", nullptr,
+         [](Walk& w) { return KR_fileMakeTempDir(w.out, w.dir.path, nullptr); },
+         [](Walk& w) { return w.dirEmpty(); }},
+        {"KR_fileMakeTempDirW", nullptr,
+         [](Walk& w) { return KR_fileMakeTempDirW(w.outW, w.dir.fileW(L"").c_str(), nullptr); },
+         [](Walk& w) { return w.dirEmpty(); }},
+        {"KR_fileFindInEnvPath", nullptr,
+         [](Walk& w) { return KR_fileFindInEnvPath(w.out, "f", kEnvVar); }},
+        {"KR_fileFindInEnvPathW", nullptr,
+         [](Walk& w) { return KR_fileFindInEnvPathW(w.outW, L"f", L"KR_TEST_WALK_PATH"); }},
+        {"KR_fileGetDir", nullptr, [](Walk& w) { return KR_fileGetDir(w.out, "a/b.c"); }},
+        {"KR_fileGetDirW", nullptr, [](Walk& w) { return KR_fileGetDirW(w.outW, L"a/b.c"); }},
+        {"KR_fileGetName", nullptr, [](Walk& w) { return KR_fileGetName(w.out, "a/b.c"); }},
+        {"KR_fileGetNameW", nullptr, [](Walk& w) { return KR_fileGetNameW(w.outW, L"a/b.c"); }},
+        {"KR_fileGetBaseName", nullptr, [](Walk& w) { return KR_fileGetBaseName(w.out, "a/b.c"); }},
+        {"KR_fileGetBaseNameW", nullptr,
+         [](Walk& w) { return KR_fileGetBaseNameW(w.outW, L"a/b.c"); }},
+        {"KR_fileGetExt", nullptr, [](Walk& w) { return KR_fileGetExt(w.out, "a/b.c"); }},
+        {"KR_fileGetExtW", nullptr, [](Walk& w) { return KR_fileGetExtW(w.outW, L"a/b.c"); }},
+};
+
+}  // namespace
+
+// Every allocating operation of the file unit, with each of its allocations failing in turn:
+// KR_RET_ERR_MEM with one report, outputs emptied or kept, nothing created; no leak (ASan).
+TEST(FileAllocation, EveryFailureIsAMemoryError) {
+    KR_REQUIRE_FAULT_INJECTION();
+    TempDir listed;  // the variable lists a missing directory, then one with "f" in it
+    writeBytes(listed.file("f"), "a");
+    static std::string assignment;
+    assignment = std::string(kEnvVar) + "=" + listed.file("none") +
+                 (listed.sep() == '\\' ? ";" : ":") + static_cast<const char*>(listed.path);
+    ASSERT_EQ(0, putenv(const_cast<char*>(assignment.c_str())));
+    krtest::ReportCapture capture;
+    for (const WalkRow& row : kWalkRows) {
+        SCOPED_TRACE(row.name);
+        unsigned long failures = 0;
+        krtest::forEachAllocationFailure(
+                [&] {
+                    auto w = std::make_unique<Walk>();
+                    if (row.setup != nullptr) row.setup(*w);
+                    capture.clear();
+                    KR_clearStatusCode();
+                    return w;
+                },
+                [&](std::unique_ptr<Walk>& w) { return row.op(*w); },
+                [&](std::unique_ptr<Walk>& w, KR_RET_STATUS status, unsigned long) {
+                    ++failures;
+                    EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
+                    EXPECT_EQ(row.report != nullptr ? row.report
+                                                    : "src/kr_file: line N: \nMemory error\n\n",
+                              capture.located());
+                    EXPECT_TRUE(w->outputsKept());
+                    EXPECT_TRUE(row.kept == nullptr || row.kept(*w));
+                });
+        EXPECT_TRUE(failures > 0 ||
+                    (row.convertsName && std::filesystem::path::preferred_separator == '\\'));
+    }
 }
 
 // --- KR_Version persistence ---

@@ -55,8 +55,9 @@ public:
 
     // Opens name, closing a file already open first. KR_RET_ERR_ARG for a null or empty name or
     // an unknown mode (an open file stays open); KR_RET_ERR_FILE (with the name in the report) when
-    // the file system refuses. Wide names open the named file on every platform (on POSIX through
-    // the locale's multibyte conversion).
+    // the file system refuses, KR_RET_ERR_MEM when memory runs out (both leave no file open). Wide
+    // names open the named file on every platform (on POSIX through the locale's multibyte
+    // conversion).
     virtual KR_RET_STATUS open(const char* name, KR_FILE_MODE mode);
     virtual KR_RET_STATUS open(const wchar_t* name, KR_FILE_MODE mode);
     // Writes what is buffered and closes. KR_RET_FALSE (no report) when no file is open; a
@@ -313,9 +314,11 @@ private:
 // --- File-system functions ---
 // Paths: "/" separates on every platform and "\\" as well (so that Windows paths take apart
 // the same way everywhere); drive letters get no special treatment. The W twins take and give
-// wide text. Null arguments: KR_RET_ERR_ARG (reported).
+// wide text. Null arguments: KR_RET_ERR_ARG (reported). When memory runs out a function reports
+// and answers KR_RET_ERR_MEM and leaves its output empty or as it was.
 
-// 1 when path names an existing file or directory; 0 otherwise (also for null).
+// 1 when path names an existing file or directory; 0 otherwise (also for null, and when memory
+// ran out, which is reported: KR_getStatusCode() tells it from a missing path).
 extern "C" KR_API unsigned char KR_filePathExists(const char* path);
 extern "C" KR_API unsigned char KR_filePathExistsW(const wchar_t* path);
 // 1 when path names an existing directory.

@@ -89,6 +89,10 @@ KR_RET_STATUS KR_File::openNamed(const Char* name, KR_FILE_MODE mode) {
     KR_setUserError(0);
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
     if (name == nullptr || name[0] == Char(0)) return KRI_FAIL(KR_RET_ERR_ARG);
+    if (mode < KR_FILE_MODE_READ || mode > KR_FILE_MODE_UPDATE) return KRI_FAIL(KR_RET_ERR_ARG);
+    // Past the argument checks every outcome, a failed allocation included, leaves the file
+    // that was open closed.
+    if (file_ != nullptr) close();
     char* narrow = nullptr;
     wchar_t* wide = nullptr;
     KR_RET_STATUS status = copyName(name, narrow, wide) ? openPlatform(narrow, wide, mode)
@@ -100,10 +104,8 @@ KR_RET_STATUS KR_File::openNamed(const Char* name, KR_FILE_MODE mode) {
     return status;
 }
 
-// Takes over the two heap names on success; on failure the caller frees them.
+// Takes over the two heap names on success; on failure the caller frees them. No file is open.
 KR_RET_STATUS KR_File::openPlatform(const char* name, const wchar_t* nameW, KR_FILE_MODE mode) {
-    if (mode < KR_FILE_MODE_READ || mode > KR_FILE_MODE_UPDATE) return KRI_FAIL(KR_RET_ERR_ARG);
-    if (file_ != nullptr) close();
     unsigned char* buffer = static_cast<unsigned char*>(krInternal::allocZeroed(kBufferSize, 1));
     if (buffer == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
     // A wide name, or any name when the wide calls are asked for, opens through the wide call;
@@ -116,10 +118,13 @@ KR_RET_STATUS KR_File::openPlatform(const char* name, const wchar_t* nameW, KR_F
     FILE* file = openAs(kModes[mode]);
     // Append creates a missing file; "a" itself would force every write to the end.
     if (file == nullptr && mode == KR_FILE_MODE_APPEND && errno == ENOENT) file = openAs("w+b");
+    bool outOfMemory = file == nullptr && errno == ENOMEM;
     name_ = const_cast<char*>(name);
     nameW_ = const_cast<wchar_t*>(nameW);
     if (file == nullptr) {
-        KR_RET_STATUS status = KRI_FAIL_NAMED(KR_RET_ERR_FILE, "KR_File: cannot open");
+        KR_RET_STATUS status = outOfMemory
+                                       ? KRI_FAIL(KR_RET_ERR_MEM)
+                                       : KRI_FAIL_NAMED(KR_RET_ERR_FILE, "KR_File: cannot open");
         name_ = nullptr;
         nameW_ = nullptr;
         krInternal::freeBlock(buffer);

@@ -98,7 +98,8 @@ KR_RET_STATUS KR_FileAscii::printW(const wchar_t* format, ...) {
     KR_RET_STATUS status = checkOpen(__LINE__);
     if (KRI_FAILED(status)) return status;
     if (format == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
-    // vswprintf tells no length on overflow: grow the buffer until the text fits.
+    // On overflow vswprintf answers -1 with glibc, so the buffer grows until the text fits; the
+    // MinGW runtime answers the full length of the text it cut off, which then sizes the buffer.
     wchar_t local[256];
     wchar_t* text = local;
     size_t size = sizeof local / sizeof local[0];
@@ -108,9 +109,10 @@ KR_RET_STATUS KR_FileAscii::printW(const wchar_t* format, ...) {
         va_start(args, format);
         n = vswprintf(text, size, format, args);
         va_end(args);
-        if (n >= 0 || size >= (size_t{1} << 24)) break;
+        if (n >= 0 && static_cast<size_t>(n) < size) break;
+        if (n < 0 && size >= (size_t{1} << 24)) break;
         if (text != local) krInternal::freeBlock(text);
-        size *= 4;
+        size = n >= 0 ? static_cast<size_t>(n) + 1 : size * 4;
         text = static_cast<wchar_t*>(krInternal::allocZeroed(size, sizeof(wchar_t)));
         if (text == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
     }

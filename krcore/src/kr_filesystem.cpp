@@ -64,13 +64,16 @@ int removePathOf(const wchar_t* path) {
     return krPlatform::removePathW(path);
 }
 
-// An environment variable as a heap text (free()), or null when it is not set.
-char* getEnvOf(const char* name) {
-    return krInternal::dupText(getenv(name));
+// value := an environment variable as a heap text (free()), or null when it is not set. False
+// when memory ran out: the variable may well be set.
+bool getEnvOf(const char* name, char*& value) {
+    const char* text = getenv(name);
+    value = krInternal::dupText(text);
+    return text == nullptr || value != nullptr;
 }
 
-wchar_t* getEnvOf(const wchar_t* name) {
-    return krPlatform::getEnvW(name);
+bool getEnvOf(const wchar_t* name, wchar_t*& value) {
+    return krPlatform::getEnvW(name, value) != ENOMEM;
 }
 
 bool defaultTempDirOf(char* buffer, size_t size) {
@@ -146,7 +149,8 @@ KR_RET_STATUS getTempDirImpl(Str& dir) {
     static const Char kVariables[3][7] = {
             {'T', 'M', 'P', 'D', 'I', 'R', 0}, {'T', 'M', 'P', 0}, {'T', 'E', 'M', 'P', 0}};
     for (const Char* variable : kVariables) {
-        Char* value = getEnvOf(variable);
+        Char* value = nullptr;
+        if (!getEnvOf(variable, value)) return KRI_FAIL(KR_RET_ERR_MEM);
         if (value == nullptr) continue;
         size_t length = textLength(value);
         while (length > 1 && isSeparator(value[length - 1]))
@@ -186,6 +190,7 @@ KR_RET_STATUS makeTempImpl(Str& out, const Char* dir, const Char* prefix, bool a
         }
         int error = asDir ? makeDirOf(path.text()) : createNewFileOf(path.text());
         if (error == EEXIST) continue;
+        if (error == ENOMEM) return KRI_FAIL(KR_RET_ERR_MEM);
         if (error != 0)
             return KRI_FAIL_PATH(KR_RET_ERR_FILE, "KR_file: cannot create", path.text());
         return takeText(out, path);
@@ -198,6 +203,7 @@ KR_RET_STATUS makeDirImpl(const Char* path) {
     KR_setUserError(0);
     if (path == nullptr || path[0] == Char(0)) return KRI_FAIL(KR_RET_ERR_ARG);
     int kind = pathKindOf(path);
+    if (kind < 0) return KRI_FAIL(KR_RET_ERR_MEM);
     if (kind == 2) return KR_RET_FALSE;
     if (kind == 1) return KRI_FAIL_PATH(KR_RET_ERR_FILE, "KR_fileMakeDir: not a directory", path);
     krInternal::TextBuffer<Char> work;
@@ -219,6 +225,7 @@ KR_RET_STATUS makeDirImpl(const Char* path) {
         text[i] = Char(0);
         int here = pathKindOf(text);
         KR_RET_STATUS status = KR_RET_TRUE;
+        if (here < 0) status = KRI_FAIL(KR_RET_ERR_MEM);
         if (here == 1)
             status = KRI_FAIL_PATH(KR_RET_ERR_FILE, "KR_fileMakeDir: not a directory", text);
         text[i] = saved;
@@ -230,8 +237,15 @@ KR_RET_STATUS makeDirImpl(const Char* path) {
         Char saved = text[i];
         text[i] = Char(0);
         int error = makeDirOf(text);
+        if (error == EEXIST) {
+            // Made meanwhile by someone else: fine when it is a directory.
+            int here = pathKindOf(text);
+            error = here == 2 ? 0 : here < 0 ? ENOMEM : EEXIST;
+        }
         KR_RET_STATUS status = KR_RET_TRUE;
-        if (error != 0 && !(error == EEXIST && pathKindOf(text) == 2)) {
+        if (error == ENOMEM) {
+            status = KRI_FAIL(KR_RET_ERR_MEM);
+        } else if (error != 0) {
             status = KRI_FAIL_PATH(KR_RET_ERR_FILE, "KR_fileMakeDir: cannot create", text);
         }
         text[i] = saved;
@@ -245,7 +259,8 @@ KR_RET_STATUS findInEnvPathImpl(Str& path, const Char* fileName, const Char* env
     KR_setUserError(0);
     path.assignPtr(nullptr);
     if (fileName == nullptr || envVar == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
-    Char* list = getEnvOf(envVar);
+    Char* list = nullptr;
+    if (!getEnvOf(envVar, list)) return KRI_FAIL(KR_RET_ERR_MEM);
     if (list == nullptr) return KR_RET_FALSE;
     const Char separator = Char(krPlatform::pathListSeparator());
     KR_RET_STATUS status = KR_RET_FALSE;
@@ -255,9 +270,11 @@ KR_RET_STATUS findInEnvPathImpl(Str& path, const Char* fileName, const Char* env
             ++end;
         if (end > entry) {
             krInternal::TextBuffer<Char> candidate;
-            if (!joinPath(candidate, entry, static_cast<size_t>(end - entry), fileName)) {
+            bool joined = joinPath(candidate, entry, static_cast<size_t>(end - entry), fileName);
+            int kind = joined ? pathKindOf(candidate.text()) : -1;
+            if (kind < 0) {
                 status = KRI_FAIL(KR_RET_ERR_MEM);
-            } else if (pathKindOf(candidate.text()) == 1) {
+            } else if (kind == 1) {
                 status = takeText(path, candidate);
                 if (!KRI_FAILED(status)) status = KR_RET_TRUE;
             }
@@ -304,12 +321,17 @@ KR_RET_STATUS pathPartImpl(Str& out, const Char* path, PathPart part) {
     return KRI_FAILED(status) ? status : KR_RET_TRUE;
 }
 
-// 1 when path names something that exists (a directory when asked for one).
+// 1 when path names something that exists (a directory when asked for one). A test that ran
+// out of memory answers 0 and reports KR_RET_ERR_MEM, the last status code callers can look at.
 template <class Char>
 unsigned char pathIs(const Char* path, bool directory) {
     KR_setUserError(0);
     if (path == nullptr || path[0] == Char(0)) return 0;
     int kind = pathKindOf(path);
+    if (kind < 0) {
+        KRI_FAIL(KR_RET_ERR_MEM);
+        return 0;
+    }
     return directory ? kind == 2 : kind != 0;
 }
 
@@ -317,9 +339,12 @@ template <class Char>
 KR_RET_STATUS removeImpl(const Char* path) {
     KR_setUserError(0);
     if (path == nullptr || path[0] == Char(0)) return KRI_FAIL(KR_RET_ERR_ARG);
-    if (pathKindOf(path) == 0) return KR_RET_FALSE;
-    if (removePathOf(path) != 0)
-        return KRI_FAIL_PATH(KR_RET_ERR_FILE, "KR_fileRemove: cannot remove", path);
+    int kind = pathKindOf(path);
+    if (kind < 0) return KRI_FAIL(KR_RET_ERR_MEM);
+    if (kind == 0) return KR_RET_FALSE;
+    int error = removePathOf(path);
+    if (error == ENOMEM) return KRI_FAIL(KR_RET_ERR_MEM);
+    if (error != 0) return KRI_FAIL_PATH(KR_RET_ERR_FILE, "KR_fileRemove: cannot remove", path);
     return KR_RET_TRUE;
 }
 

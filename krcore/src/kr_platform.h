@@ -27,15 +27,19 @@ void coutWide(wchar_t c);
 // fopen with a narrow or a wide name; mode is a narrow fopen mode. On POSIX a wide name goes
 // through the locale's multibyte conversion (a name that does not convert fails, errno EILSEQ);
 // Windows uses _wfopen. The stream is switched to unbuffered: the file classes buffer themselves.
+// A failure leaves errno set, ENOMEM when memory ran out (on POSIX also converting the name).
 FILE* openFile(const char* name, const char* mode);
 FILE* openFileW(const wchar_t* name, const char* mode);
 // Absolute seek with 64-bit offsets; 0 on success.
 int seekFile(FILE* file, long long pos);
 // Size of the open file as the file system has it; -1 on failure.
 long long fileSize(FILE* file);
-// 0: nothing there, 1: a file or anything else that is not a directory, 2: a directory.
+// 0: nothing there, 1: a file or anything else that is not a directory, 2: a directory;
+// -1 when memory ran out (on POSIX also while converting a wide name), so nothing is known.
 int pathKind(const char* path);
 int pathKindW(const wchar_t* path);
+// The functions below that answer an errno value answer ENOMEM when memory ran out, also while
+// converting a wide name on POSIX; the callers tell that apart from a refusal of the file system.
 // Creates one directory (its parent must exist); 0, or the errno value.
 int makeDir(const char* path);
 int makeDirW(const wchar_t* path);
@@ -45,9 +49,9 @@ int createNewFileW(const wchar_t* path);
 // Removes a file or an empty directory; 0, or the errno value.
 int removePath(const char* path);
 int removePathW(const wchar_t* path);
-// A wide environment variable as a new heap text (krInternal allocator, free()), or null when it
-// is not set or does not convert.
-wchar_t* getEnvW(const wchar_t* name);
+// value := a wide environment variable as a new heap text (krInternal allocator, free()), or null
+// when it is not set or does not convert. 0, or ENOMEM (value null) when memory ran out.
+int getEnvW(const wchar_t* name, wchar_t*& value);
 // The platform's directory for temporary files when no variable names one, without a trailing
 // separator ("/tmp" on POSIX, GetTempPath on Windows). False when it does not fit into size.
 bool defaultTempDir(char* buffer, size_t size);

@@ -467,12 +467,14 @@ long long fileSize(FILE* file) {
 
 int pathKind(const char* path) {
     struct stat info;
-    if (stat(path, &info) != 0) return 0;
+    if (stat(path, &info) != 0) return errno == ENOMEM ? -1 : 0;
     return S_ISDIR(info.st_mode) ? 2 : 1;
 }
 
 int pathKindW(const wchar_t* path) {
-    return withNarrowName(path, 0, [](const char* narrow) { return pathKind(narrow); });
+    // A name that does not convert names nothing; one that ran out of memory says nothing.
+    int kind = withNarrowName(path, -1, [](const char* narrow) { return pathKind(narrow); });
+    return kind < 0 && errno != ENOMEM ? 0 : kind;
 }
 
 int makeDir(const char* path) {
@@ -505,15 +507,17 @@ int removePathW(const wchar_t* path) {
     return result < 0 ? errno : result;
 }
 
-wchar_t* getEnvW(const wchar_t* name) {
+int getEnvW(const wchar_t* name, wchar_t*& value) {
+    value = nullptr;
     char* narrow = narrowName(name);
-    if (narrow == nullptr) return nullptr;
-    const char* value = getenv(narrow);
+    if (narrow == nullptr) return errno == ENOMEM ? ENOMEM : 0;
+    const char* text = getenv(narrow);
     krInternal::freeBlock(narrow);
-    if (value == nullptr) return nullptr;
-    size_t length = krInternal::localeLength<wchar_t>(value);
-    if (length == krInternal::kNoLocaleForm) return nullptr;
-    return krInternal::localeCopy<wchar_t>(value, length);
+    if (text == nullptr) return 0;
+    size_t length = krInternal::localeLength<wchar_t>(text);
+    if (length == krInternal::kNoLocaleForm) return 0;
+    value = krInternal::localeCopy<wchar_t>(text, length);
+    return value == nullptr ? ENOMEM : 0;
 }
 
 bool defaultTempDir(char* buffer, size_t size) {

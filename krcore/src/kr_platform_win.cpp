@@ -73,13 +73,13 @@ long long fileSize(FILE* file) {
 
 int pathKind(const char* path) {
     struct _stat64 info;
-    if (_stat64(path, &info) != 0) return 0;
+    if (_stat64(path, &info) != 0) return errno == ENOMEM ? -1 : 0;
     return (info.st_mode & _S_IFDIR) != 0 ? 2 : 1;
 }
 
 int pathKindW(const wchar_t* path) {
     struct _stat64 info;
-    if (_wstat64(path, &info) != 0) return 0;
+    if (_wstat64(path, &info) != 0) return errno == ENOMEM ? -1 : 0;
     return (info.st_mode & _S_IFDIR) != 0 ? 2 : 1;
 }
 
@@ -115,8 +115,10 @@ int removePathW(const wchar_t* path) {
     return _wremove(path) == 0 ? 0 : errno;
 }
 
-wchar_t* getEnvW(const wchar_t* name) {
-    return krInternal::dupTextW(_wgetenv(name));
+int getEnvW(const wchar_t* name, wchar_t*& value) {
+    const wchar_t* text = _wgetenv(name);
+    value = krInternal::dupTextW(text);
+    return text != nullptr && value == nullptr ? ENOMEM : 0;
 }
 
 bool defaultTempDir(char* buffer, size_t size) {
