@@ -58,34 +58,51 @@ private:
     // Initialised with the storage of its mode.
     KRI_INLINE bool usable() const { return initialised_ && storage_.exists(); }
 
-    // Points the hot block at the storage block of slot i (growable mode, i below capacity).
+    // The number of elements: num_, or while a hot block is set, what its top says.
+    KRI_INLINE unsigned int count() const {
+        return hot_ != nullptr ? static_cast<unsigned int>(hotFirst_ + (hotTop_ - hot_)) : num_;
+    }
+
+    // Writes the count back into num_ and drops the hot block; every path but the hot one
+    // starts here.
+    KRI_INLINE void settle() {
+        num_ = count();
+        cool();
+    }
+
+    // Makes the storage block of slot i the hot block, with its top at num_ (growable mode, i
+    // below capacity; num_ inside or just past that block).
     KRI_INLINE void warm(unsigned int i) {
-        if (storage_.growable && i < storage_.capacity()) {
-            unsigned int first = 0;
-            unsigned int span = 0;
-            hot_ = storage_.vcArray->blockOf(i, first, span);
-            hotFirst_ = first;
-            hotSpan_ = span;
-        }
+        if (!storage_.growable || i >= storage_.capacity()) return;
+        unsigned int first = 0;
+        unsigned int span = 0;
+        hot_ = storage_.vcArray->blockOf(i, first, span);
+        hotFirst_ = first;
+        hotTop_ = hot_ + (num_ - first);
+        hotEnd_ = hot_ + span;
     }
 
     KRI_INLINE void cool() {
         hot_ = nullptr;
+        hotTop_ = nullptr;
+        hotEnd_ = nullptr;
         hotFirst_ = 0;
-        hotSpan_ = 0;
     }
 
     unsigned char initialised_;
     krInternal::AdapterStorage<T> storage_;
-    unsigned int num_;  // elements on the stack; element i is storage slot i
+    // Elements on the stack; element i is storage slot i. Exact while there is no hot block;
+    // count() gives it at any time.
+    unsigned int num_;
     unsigned int growBy_;
-    // The growable storage's block around the top of the stack: slots hotFirst_ ..
-    // hotFirst_ + hotSpan_ - 1 are hot_[0 ..]. Pushes and pops inside it need no lookup. The
-    // bounds are pointer-sized so that, unlike num_, an element written into the block cannot
-    // alias them: the compiler keeps them in registers across a run of pushes.
+    // The growable storage's block around the top of the stack: slot hotFirst_ is hot_[0], the
+    // block's slots end at hotEnd_, and hotTop_ is the slot the next push takes. Pushes and pops
+    // inside the block move only hotTop_, a pointer that no element written can alias, so a run
+    // of them needs no lookup and no write of the count. All null when there is no hot block.
     T* hot_;
+    T* hotTop_;
+    T* hotEnd_;
     uintptr_t hotFirst_;
-    uintptr_t hotSpan_;  // 0 when there is no hot block
 };
 
 // ---------------------------------------------------------------------------------------------
@@ -137,7 +154,7 @@ KR_Stack<T>& KR_Stack<T>::operator=(const KR_Stack<T>& other) {
     if (KRI_FAILED(st)) return *this;
     storage_.release();
     storage_ = copy;
-    num_ = other.num_;
+    num_ = other.count();
     cool();
     growBy_ = other.growBy_;
     initialised_ = 1;
@@ -148,11 +165,12 @@ template <class T>
 KRI_INLINE KR_RET_STATUS KR_Stack<T>::push(T elem) {
     krInternal::clearUserError();
     // The common case of the undo stack first: a free slot in the hot block.
-    if (num_ - hotFirst_ < hotSpan_) {
-        krInternal::takeElem(hot_[num_ - hotFirst_], elem);
-        ++num_;
+    if (hotTop_ != hotEnd_) {
+        krInternal::takeElem(*hotTop_, elem);
+        ++hotTop_;
         return KR_RET_TRUE;
     }
+    settle();
     if (!usable()) return KRI_FAIL(KR_RET_ERR_POBJ);
     KR_RET_STATUS st = KR_RET_TRUE;
     if (num_ == storage_.capacity()) {
@@ -161,19 +179,16 @@ KRI_INLINE KR_RET_STATUS KR_Stack<T>::push(T elem) {
         if (KRI_FAILED(st)) return st;
     }
     krInternal::takeElem(storage_.slot(num_), elem);
-    warm(num_);
     ++num_;
+    warm(num_ - 1);
     return st;
 }
 
 template <class T>
 KRI_INLINE T& KR_Stack<T>::pop() {
     krInternal::clearUserError();
-    unsigned int top = num_ - 1;
-    if (num_ != 0 && top - hotFirst_ < hotSpan_) {
-        num_ = top;
-        return hot_[top - hotFirst_];
-    }
+    if (hotTop_ != hot_) return *--hotTop_;
+    settle();
     if (!usable()) {
         KRI_FAIL(KR_RET_ERR_POBJ);
         return krInternal::nullRef<T>();
@@ -191,7 +206,7 @@ T& KR_Stack<T>::peek(unsigned int i) {
         KRI_FAIL(KR_RET_ERR_POBJ);
         return krInternal::nullRef<T>();
     }
-    if (i >= num_) return krInternal::nullRef<T>();
+    if (i >= count()) return krInternal::nullRef<T>();
     return storage_.slot(i);
 }
 
@@ -202,7 +217,7 @@ unsigned char KR_Stack<T>::isEmpty() {
         KRI_FAIL(KR_RET_ERR_POBJ);
         return 1;
     }
-    return num_ == 0;
+    return count() == 0;
 }
 
 template <class T>
@@ -212,7 +227,7 @@ unsigned char KR_Stack<T>::isFull() {
         KRI_FAIL(KR_RET_ERR_POBJ);
         return 0;
     }
-    return num_ == storage_.capacity();
+    return count() == storage_.capacity();
 }
 
 template <class T>
@@ -222,7 +237,7 @@ unsigned int KR_Stack<T>::getNum() {
         KRI_FAIL(KR_RET_ERR_POBJ);
         return 0;
     }
-    return num_;
+    return count();
 }
 
 template <class T>
