@@ -216,6 +216,8 @@ TEST(ElementCopy, FailedCopiesLeaveTheOldTexts) {
              {"addElems", 12, [&](Array& a) { return a.addElems(*other, 0); }},
              {"subCopy", 3, [&](Array& a) { return a.subCopy(*other, 0, 1, 2); }},
              {"memMove keeping the source", 3, [](Array& a) { return a.memMove(0, 2, 2, 0); }},
+             {"memMove clearing part of the source", 3,
+              [](Array& a) { return a.memMove(0, 2, 3, 1); }},
              {"assign a shorter one", 4, [&](Array& a) { return assigned(a, *other); }},
              {"assign one as long", 5, [&](Array& a) { return assigned(a, *sameLength); }},
              {"copy construction", 4, [&](Array&) { return copied(*other); }}},

@@ -76,4 +76,14 @@ TEST(VCArray, AllocationFailureLeavesListArrayUnchanged) {
     EXPECT_KR_STATUS(KR_RET_ERR_POBJ, broken.appendElem(1));
 }
 
+// Block records are compared by hosts as well as inside the library (a Debug build calls the
+// comparison out of line).
+TEST(VCArray, BlockRecordsCompareByBlockAndFirstIndex) {
+    KR_Command* block[2] = {};
+    KR_VCARR_LLIST_REC<KR_Command*> a{block, 4}, same{block, 4}, otherIndex{block, 8},
+            otherBlock{block + 1, 4};
+    EXPECT_TRUE(a == same);
+    EXPECT_FALSE(a == otherIndex || a == otherBlock);
+}
+
 }  // namespace

@@ -456,21 +456,35 @@ KR_RET_STATUS KR_Array<T>::memMove(unsigned int dst,
     // The direction and the slots cleared are decided on the clamped ranges, which may be longer
     // than the run moved: a destination ending on the last element clears nothing.
     bool dstInSource = dst >= src && dst <= srcEnd;
-    if (!clear && krInternal::kFallibleElem<T> && !rawMode()) {
-        // The source keeps its elements, so they are copies, all made before a slot changes.
-        return copyOver(data_ + dst, data_ + src, moved);
-    }
-    // Slots the move leaves behind are cleared below, so elements may be exchanged.
-    shiftElems(dst, src, moved, dstInSource);
+    unsigned int clearFrom = src;
+    unsigned int clearCount = 0;
     if (clear) {
         if (dstInSource) {
-            clearUsed(data_ + src, dst - src);
+            clearCount = dst - src;
         } else if (dstEnd >= src && dstEnd <= srcEnd) {
-            clearUsed(data_ + dstEnd + 1, srcEnd - dstEnd);
+            clearFrom = dstEnd + 1;
+            clearCount = srcEnd - dstEnd;
         } else {
-            clearUsed(data_ + src, srcEnd - src + 1);
+            clearCount = srcEnd - src + 1;
         }
     }
+    if constexpr (krInternal::kFallibleElem<T>) {
+        // Exchanging leaves the overwritten values in the source slots that the run does not
+        // land on. Where the clearing does not reach all of them, those slots must keep their
+        // own elements, so the run is copied instead, all copies made before a slot changes.
+        unsigned int keptFrom = dst > src ? src : (dst + moved > src ? dst + moved : src);
+        unsigned int keptEnd = dst > src ? (dst < src + moved ? dst : src + moved) : src + moved;
+        bool cleared =
+                keptFrom >= keptEnd || (keptFrom >= clearFrom && keptEnd <= clearFrom + clearCount);
+        if (!cleared && !rawMode()) {
+            KR_RET_STATUS st = copyOver(data_ + dst, data_ + src, moved);
+            if (KRI_FAILED(st)) return st;
+            clearUsed(data_ + clearFrom, clearCount);
+            return KR_RET_TRUE;
+        }
+    }
+    shiftElems(dst, src, moved, dstInSource);
+    clearUsed(data_ + clearFrom, clearCount);
     return KR_RET_TRUE;
 }
 

@@ -25,7 +25,7 @@
 // are plain handles, copied freely by the list.
 template <class T>
 struct KR_VCARR_LLIST_REC {
-    bool operator==(const KR_VCARR_LLIST_REC<T>& other) const {
+    KRI_INLINE bool operator==(const KR_VCARR_LLIST_REC<T>& other) const {
         return elems == other.elems && firstIndex == other.firstIndex;
     }
 
