@@ -214,7 +214,7 @@ KR_RET_STATUS makeDirImpl(const Char* path) {
     Char* text = const_cast<Char*>(work.text());
     // A prefix that ends before a separator names a parent; leading separators (the root) and
     // repeated ones name no new directory. The longest existing prefix is found first, so the
-    // root and drive specifications are never created (or even looked at) when a parent exists.
+    // root and a drive name ("C:") are never created (or even looked at) when a parent exists.
     auto endsPrefix = [text, length](size_t i) {
         return i == length || (isSeparator(text[i]) && !isSeparator(text[i - 1]));
     };

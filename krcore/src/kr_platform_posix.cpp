@@ -152,7 +152,7 @@ Char* putNumber(Char* out, int value) {
 // The single-conversion format of c ("%-12.3ld"), in the narrow or the wide width, with or
 // without its width.
 template <class Char>
-void specOf(const Conversion& c, bool withWidth, Char* out) {
+void directiveOf(const Conversion& c, bool withWidth, Char* out) {
     *out++ = Char('%');
     for (size_t i = 0; i < c.flagCount; ++i)
         if (withWidth || c.flags[i] != L'-') *out++ = static_cast<Char>(c.flags[i]);
@@ -170,13 +170,13 @@ void specOf(const Conversion& c, bool withWidth, Char* out) {
 
 struct NoArgument {};
 
-int formatOne(wchar_t* buffer, const wchar_t* spec, NoArgument) {
-    return swprintf(buffer, kFormatBuffer, spec);
+int formatOne(wchar_t* buffer, const wchar_t* directive, NoArgument) {
+    return swprintf(buffer, kFormatBuffer, directive);
 }
 
 template <class T>
-int formatOne(wchar_t* buffer, const wchar_t* spec, T value) {
-    return swprintf(buffer, kFormatBuffer, spec, value);
+int formatOne(wchar_t* buffer, const wchar_t* directive, T value) {
+    return swprintf(buffer, kFormatBuffer, directive, value);
 }
 
 // Reads the argument of c with its type and answers visit(argument). Not for %n and %%.
@@ -301,9 +301,9 @@ long long putLongString(Writer& out, const Conversion& c, const char* text) {
 // in the dry run. Answers the wide characters produced, or -1 where vswprintf would fail.
 template <class Writer, class T>
 long long putConversion(Writer& out, FILE* stream, const Conversion& c, T value, wchar_t* buffer) {
-    wchar_t spec[48];
-    specOf(c, true, spec);
-    int n = formatOne(buffer, spec, value);
+    wchar_t directive[48];
+    directiveOf(c, true, directive);
+    int n = formatOne(buffer, directive, value);
     if (n >= 0) {
         out.put(buffer, static_cast<size_t>(n));
         return n;
@@ -311,15 +311,15 @@ long long putConversion(Writer& out, FILE* stream, const Conversion& c, T value,
     if constexpr (std::is_arithmetic<T>::value || std::is_pointer<T>::value) {
         if (isNumeric(c)) {
             char narrow[48];
-            specOf(c, true, narrow);
+            directiveOf(c, true, narrow);
             out.flush();
             if (stream == nullptr) return snprintf(nullptr, 0, narrow, value);
             return fprintf(stream, narrow, value);
         }
     }
     if (c.width > 0) {
-        specOf(c, false, spec);
-        n = formatOne(buffer, spec, value);
+        directiveOf(c, false, directive);
+        n = formatOne(buffer, directive, value);
     }
     if constexpr (std::is_same<T, const char*>::value || std::is_same<T, const wchar_t*>::value) {
         if (n < 0 && value != nullptr) return putLongString(out, c, value);
