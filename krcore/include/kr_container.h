@@ -93,21 +93,6 @@ KRI_INLINE void exchangeElems(T& a, T& b) {
     swap(a, b);
 }
 
-// Copies src into dst through the element contract. For an element whose copy may fail, dst
-// keeps its old value when the copy does not arrive.
-template <class T>
-KRI_INLINE bool assignElem(T& dst, const T& src) {
-    if constexpr (kFallibleElem<T>) {
-        T copy;
-        if (!KR_ElemCopy<T>::copy(copy, src)) return false;
-        exchangeElems(dst, copy);
-        return true;
-    } else {
-        dst = src;
-        return true;
-    }
-}
-
 // Gives a slot the value of an argument that the operation received by value (its own copy):
 // an element whose copy may fail hands its contents over, so nothing can fail here.
 template <class T>
@@ -116,18 +101,6 @@ KRI_INLINE void takeElem(T& slot, T& value) {
         exchangeElems(slot, value);
     } else {
         slot = value;
-    }
-}
-
-// A checked copy of value for an operation that takes its element by value: an element whose
-// copy may fail is copied through the contract and then moved into the parameter.
-template <class T>
-KRI_INLINE bool probeCopy(T& probe, const T& value) {
-    if constexpr (kFallibleElem<T>) {
-        return KR_ElemCopy<T>::copy(probe, value);
-    } else {
-        probe = value;
-        return true;
     }
 }
 
@@ -465,7 +438,7 @@ KR_RET_STATUS KR_OrdContainer<T>::removeElems(KR_OrdContainer<T>& other) {
     if (&other == this) return KR_RET_FALSE;
     for (unsigned int i = 0; i < other.numElems(); ++i) {
         T value;
-        if (!krInternal::probeCopy(value, other[i])) return KRI_FAIL(KR_RET_ERR_MEM);
+        if (!KR_ElemCopy<T>::copy(value, other[i])) return KRI_FAIL(KR_RET_ERR_MEM);
         KR_RET_STATUS st = this->delElem(static_cast<T&&>(value));
         if (KRI_FAILED(st)) return st;
     }
@@ -508,7 +481,7 @@ KR_RET_STATUS KR_OrdContainer<T>::swap(unsigned int i, unsigned int j) {
 template <class T>
 bool KR_OrdContainer<T>::holds(const T& value, bool& held) {
     T probe;
-    if (!krInternal::probeCopy(probe, value)) return false;
+    if (!KR_ElemCopy<T>::copy(probe, value)) return false;
     held = this->hasElem(static_cast<T&&>(probe)) != 0;
     return true;
 }

@@ -243,7 +243,7 @@ KR_RET_STATUS KR_LList<T>::insElemAtCur(KR_INS_METHOD method, T& elem) {
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
     if (this->numElems_ == 0) {
         T value;
-        if (!krInternal::probeCopy(value, elem)) return KRI_FAIL(KR_RET_ERR_MEM);
+        if (!KR_ElemCopy<T>::copy(value, elem)) return KRI_FAIL(KR_RET_ERR_MEM);
         return appendElem(static_cast<T&&>(value));
     }
     if (curNode() == nullptr) return KRI_FAIL(KR_RET_ERR_CALL);
@@ -599,7 +599,7 @@ KR_RET_STATUS KR_LList<T>::insNodeAtCur(KR_INS_METHOD method, Node* node) {
     if (node == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
     if (this->numElems_ == 0) {
         T value;
-        if (!krInternal::probeCopy(value, node->elem)) return KRI_FAIL(KR_RET_ERR_MEM);
+        if (!KR_ElemCopy<T>::copy(value, node->elem)) return KRI_FAIL(KR_RET_ERR_MEM);
         return appendElem(static_cast<T&&>(value));
     }
     Node* current = curNode();
