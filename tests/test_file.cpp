@@ -354,7 +354,8 @@ TEST_F(File, RecordsSurviveReopeningAndRewriting) {
 }
 
 TEST_F(File, DirectoriesSearchPathsAndTempNames) {
-    const std::string deep = dir.file("a/b/c"), file = dir.file("a/tool.cfg");
+    // The search gives the directory joined to the name with the platform separator.
+    const std::string deep = dir.file("a/b/c"), file = dir.file("a") + dir.sep() + "tool.cfg";
     EXPECT_KR_STATUS(KR_RET_TRUE, KR_fileMakeDir(deep.c_str()));
     EXPECT_KR_STATUS(KR_RET_FALSE, KR_fileMakeDir(deep.c_str()));
     EXPECT_KR_STATUS(KR_RET_TRUE, KR_fileMakeDirW(dir.fileW(L"d//tool.cfg/").c_str()));
