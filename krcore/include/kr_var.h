@@ -1,0 +1,496 @@
+// kr_var.h — the typed variant and the array of variants.
+// KR_Var holds one value of any of the library's fifteen types together with that type; it
+// converts between them, computes, compares and orders, and packs and persists itself in binary
+// and as tagged text. KR_VarArr is an array of variants ordered first by length and then element
+// by element, the library's compound key. Both report under "src/kr_var". Persisted numbers are
+// written and read as the C locale has them, whatever locale the host has set.
+#ifndef KRCORE_KR_VAR_H
+#define KRCORE_KR_VAR_H
+
+#include <wchar.h>
+
+#include "kr_array_impl.h"
+#include "kr_container.h"
+#include "kr_iostream.h"
+#include "kr_persist.h"
+#include "kr_reporter.h"
+#include "kr_str.h"
+
+class KR_PubObjVar;
+class KR_Var;
+class KR_VarArr;
+
+template <>
+struct KR_ElemCopy<KR_Var>;
+
+// The type of a variant's value. Numbers are fixed: they are packed and persisted. In each
+// unsigned/signed pair the unsigned type has the lower number.
+enum KR_VAR_TYPE {
+    KR_VAR_WILD = 1,  // no value yet: the type is not fixed
+    KR_VAR_UCHAR = 2,
+    KR_VAR_CHAR = 3,
+    KR_VAR_USHORT = 4,
+    KR_VAR_SHORT = 5,
+    KR_VAR_UINT = 6,
+    KR_VAR_INT = 7,
+    KR_VAR_ULONG = 8,
+    KR_VAR_LONG = 9,
+    KR_VAR_FLOAT = 10,
+    KR_VAR_DOUBLE = 11,
+    KR_VAR_STRING = 12,   // owned narrow text
+    KR_VAR_STRINGW = 13,  // owned wide text
+    KR_VAR_PTR = 14,      // untyped pointer, not owned
+    KR_VAR_PUBOBJ = 15    // public object, owned: the variant deletes it
+};
+
+// The types that service argument maps declare. 1 to 15 are the variant types themselves; the
+// aliases above them name what the value means to a user interface and map onto a variant type
+// (KR_varAlias2Type). 0 ends an argument map.
+enum KR_VAR_TYPE_ID {
+    KR_VAR_ID_NONE = 0,
+    KR_VAR_ID_WILD = 1,
+    KR_VAR_ID_UCHAR = 2,
+    KR_VAR_ID_CHAR = 3,
+    KR_VAR_ID_USHORT = 4,
+    KR_VAR_ID_SHORT = 5,
+    KR_VAR_ID_UINT = 6,
+    KR_VAR_ID_INT = 7,
+    KR_VAR_ID_ULONG = 8,
+    KR_VAR_ID_LONG = 9,
+    KR_VAR_ID_FLOAT = 10,
+    KR_VAR_ID_DOUBLE = 11,
+    KR_VAR_ID_STRING = 12,
+    KR_VAR_ID_STRINGW = 13,
+    KR_VAR_ID_PTR = 14,
+    KR_VAR_ID_PUBOBJ = 15,
+    KR_VAR_ID_BOOL = 16,       // "Boolean": an int, 0 or 1 ("FALSE"/"TRUE" in texts)
+    KR_VAR_ID_FILENAME = 17,   // "File name": wide text
+    KR_VAR_ID_DIRECTORY = 18,  // "Directory": wide text
+    KR_VAR_ID_PASSWORD = 19,   // "Password": wide text
+    KR_VAR_ID_COLOUR = 20,     // "Colour": an unsigned int 0xRRGGBB
+    KR_VAR_ID_CHOICE = 21      // "Choice": wide text, one of the argument's value list
+};
+
+// The display name of the wildcard type, as the type printers show it.
+#define KR_VAR_NAME_WILD "Wild"
+#define KR_VAR_NAME_WILDW L"Wild"
+
+// KR_Var — one value and its type. Strings are heap copies that the variant owns; a pointer is
+// held and not owned; a public object is owned and deleted when the variant lets it go (a new
+// string or object is stored, the type changes, or the variant is destroyed).
+//
+// Type lock. While the lock flag (the last argument of every constructor) is set, the type is
+// fixed for the value setters: the string copies, the typed assignments (operator= of a C value)
+// and the assignment of another variant refuse a value of another type with KR_RET_ERR_ARG
+// (reported) and leave the variant unchanged. cast, set(type, p) and assignPubObj are explicit
+// type changes and pass the lock; restores pass it too.
+//
+// Copies. The copy constructor and operator= copy type, value, lock flag and maximum string
+// length; strings are duplicated. A string that cannot be duplicated is reported
+// (KR_RET_ERR_MEM) and leaves a null string of that type. A public object is copied through the
+// object itself; an object that cannot be copied leaves a null object pointer.
+//
+// Failures of the operations that answer a variant or a reference (operators) are reported and
+// leave the last status code set; the operations that answer a status return it as well.
+class KR_API KR_Var : public KR_Persistable {
+public:
+    // A variant of the given type with a zero value. A type outside 1..15 is reported with
+    // KR_RET_ERR_ARG and leaves the variant uninitialised: every operation on it then answers
+    // KR_RET_ERR_POBJ.
+    explicit KR_Var(KR_VAR_TYPE type = KR_VAR_WILD, unsigned char lockType = 0);
+    KR_Var(char value, unsigned char lockType = 0);
+    KR_Var(unsigned char value, unsigned char lockType = 0);
+    KR_Var(short value, unsigned char lockType = 0);
+    KR_Var(unsigned short value, unsigned char lockType = 0);
+    KR_Var(int value, unsigned char lockType = 0);
+    KR_Var(unsigned int value, unsigned char lockType = 0);
+    KR_Var(long value, unsigned char lockType = 0);
+    KR_Var(unsigned long value, unsigned char lockType = 0);
+    KR_Var(float value, unsigned char lockType = 0);
+    KR_Var(double value, unsigned char lockType = 0);
+    // The string forms copy the text (a null text gives a null string of that type).
+    KR_Var(char* text, unsigned char lockType = 0);
+    KR_Var(const char* text, unsigned char lockType = 0);
+    KR_Var(KR_String& text, unsigned char lockType = 0);
+    KR_Var(wchar_t* text, unsigned char lockType = 0);
+    KR_Var(const wchar_t* text, unsigned char lockType = 0);
+    KR_Var(KR_StringW& text, unsigned char lockType = 0);
+    KR_Var(void* pointer, unsigned char lockType = 0);
+    // Takes ownership of object.
+    KR_Var(KR_PubObjVar* object, unsigned char lockType = 0);
+    KR_Var(const KR_Var& other);
+
+    // Takes other's value without copying, so it never fails; other is left Wild and unlocked.
+    KR_Var(KR_Var&& other) noexcept;
+
+    ~KR_Var() override;
+
+    KR_Var& operator=(const KR_Var& other);
+    // Exchanges the contents of two initialised variants without copying (other keeps the old
+    // contents, which it then releases); the lock of this variant is not consulted.
+    KR_Var& operator=(KR_Var&& other) noexcept;
+    KR_Var& operator=(char value);
+    KR_Var& operator=(unsigned char value);
+    KR_Var& operator=(short value);
+    KR_Var& operator=(unsigned short value);
+    KR_Var& operator=(int value);
+    KR_Var& operator=(unsigned int value);
+    KR_Var& operator=(long value);
+    KR_Var& operator=(unsigned long value);
+    KR_Var& operator=(float value);
+    KR_Var& operator=(double value);
+    KR_Var& operator=(char* text);
+    KR_Var& operator=(const char* text);
+    KR_Var& operator=(KR_String& text);
+    KR_Var& operator=(wchar_t* text);
+    KR_Var& operator=(const wchar_t* text);
+    KR_Var& operator=(KR_StringW& text);
+    KR_Var& operator=(void* pointer);
+    // Takes ownership of object.
+    KR_Var& operator=(KR_PubObjVar* object);
+
+    // The value as stored, without conversion (reading a member of another type gives the
+    // stored bytes seen through that type). The string accessors give the variant's own text
+    // (null for a null string).
+    char c() const { return value_.c; }
+
+    unsigned char uc() const { return value_.uc; }
+
+    short s() const { return value_.s; }
+
+    unsigned short us() const { return value_.us; }
+
+    int i() const { return value_.i; }
+
+    unsigned int ui() const { return value_.ui; }
+
+    long l() const { return value_.l; }
+
+    unsigned long ul() const { return value_.ul; }
+
+    float f() const { return value_.f; }
+
+    double d() const { return value_.d; }
+
+    const char* str() const { return value_.str; }
+
+    const wchar_t* wstr() const { return value_.wstr; }
+
+    void* ptr() const { return value_.ptr; }
+
+    KR_PubObjVar* objptr() const { return value_.obj; }
+
+    operator char() const { return value_.c; }
+
+    operator unsigned char() const { return value_.uc; }
+
+    operator short() const { return value_.s; }
+
+    operator unsigned short() const { return value_.us; }
+
+    operator int() const { return value_.i; }
+
+    operator unsigned int() const { return value_.ui; }
+
+    operator long() const { return value_.l; }
+
+    operator unsigned long() const { return value_.ul; }
+
+    operator float() const { return value_.f; }
+
+    operator double() const { return value_.d; }
+
+    operator char*() const { return value_.str; }
+
+    operator const char*() const { return value_.str; }
+
+    operator wchar_t*() const { return value_.wstr; }
+
+    operator const wchar_t*() const { return value_.wstr; }
+
+    operator void*() const { return value_.ptr; }
+
+    operator KR_PubObjVar*() const { return value_.obj; }
+
+    // Copy the value out. get(void*) writes the value's own bytes (1, 2, 4, 8 or pointer width
+    // by type; a string's pointer) to the place given. The pointer forms hand out the variant's
+    // own pointer: the variant keeps ownership. Null place: KR_RET_ERR_ARG.
+    KR_RET_STATUS get(void* place);
+    KR_RET_STATUS get(char** place);
+    KR_RET_STATUS get(wchar_t** place);
+    KR_RET_STATUS get(void** place);
+    KR_RET_STATUS get(KR_PubObjVar** place);
+    // Stores the value at p, read as a value of the current type (set(void*)) or of the given
+    // type (set(type, p)), which becomes the variant's type whatever its lock. Strings are copied
+    // from the text at p; a public object is taken over. A null p stores the zero value of the
+    // type (a null string, a null pointer). A type outside 1..15: KR_RET_ERR_ARG, unchanged.
+    KR_RET_STATUS set(void* p);
+    KR_RET_STATUS set(KR_VAR_TYPE type, void* p);
+
+    KR_VAR_TYPE varType() const { return type_; }
+
+    unsigned char objIsEnabled() const { return initialised_; }
+
+    unsigned char getLockVarType() const { return lockType_; }
+
+    KR_RET_STATUS setLockVarType(unsigned char lockType);
+
+    int getStrLengMax() const { return strLengMax_; }
+
+    // Strings only (KR_RET_FALSE for other types): cuts the held text to max characters and
+    // keeps every later string to that length; a negative max means unlimited.
+    KR_RET_STATUS setStrLengMax(int max);
+    // Zeroes the value, the reserved word and the length limit. The type stays, and a held
+    // string or object is not released: a caller clears a variant whose value it has taken.
+    KR_RET_STATUS clear();
+    // Stores object (type 15) and takes ownership of it, whatever the lock.
+    KR_RET_STATUS assignPubObj(KR_PubObjVar* object);
+    // Converts the value in place to the type to. Numbers convert as C converts them
+    // (truncation toward zero from floating types, low-order bytes kept when narrowing, sign
+    // or zero extension when widening); a string is scanned with the target's C format ("%c"
+    // for the character types, which takes the first character) in the C locale, and an
+    // unreadable text gives 0; numbers become text with "%c", "%d", "%ld", "%f", "%lf" (an
+    // unsigned int above INT_MAX gives a negative number). A pointer converts to and from the
+    // integer types and from text ("%p"); to the floating types it refuses. A pointer or public
+    // object converted to a number: KR_RET_ERR_CALL, unchanged. To Wild: the value is released
+    // and zeroed. A public object converts only to itself and to Wild; Wild converts to the
+    // zero value of any type.
+    KR_RET_STATUS cast(KR_VAR_TYPE to);
+
+    // Whether a and b can take part in one arithmetic operation: numbers with numbers, strings
+    // with strings.
+    static unsigned char compatibleMathArgs(KR_Var& a, KR_Var& b);
+
+    // Three-way order: the same type compares by value; different types are never equal and the
+    // left operand counts as the greater. Floating values closer than 0.001 are equal.
+    unsigned char operator<(KR_Var& other);
+    unsigned char operator<=(KR_Var& other);
+    unsigned char operator==(KR_Var& other);
+    unsigned char operator!=(KR_Var& other);
+    unsigned char operator>(KR_Var& other);
+    unsigned char operator>=(KR_Var& other);
+
+    // Arithmetic. Both operands are first converted (on copies) to the result type of
+    // KR_resultArgType, then computed in that C type: integers wrap, an integer division by zero
+    // is refused, floating division follows IEEE. Strings only add (concatenation, wide when
+    // either is wide). Operands that cannot be combined, and -, * and / on strings, are
+    // reported with KR_RET_ERR_ARG and give a Wild variant.
+    KR_Var operator+(KR_Var& other);
+    KR_Var operator-(KR_Var& other);
+    KR_Var operator*(KR_Var& other);
+    KR_Var operator/(KR_Var& other);
+
+    // Binary form: the type number as a little-endian 32-bit word, then the value: 1, 2, 4 or 8
+    // bytes for the numbers by their C width (unsigned long and long always 8, so files move
+    // between platforms), a text as the string classes pack it (a 32-bit count of units with the
+    // terminator, 0 for a null text, then the units; wide text as UTF-16LE), a pointer as 8
+    // bytes, a public object as a 32-bit 0 when null (a set object cannot be packed:
+    // KR_RET_ERR_NSUP). Wild has no value bytes. Restores read into a temporary first and change
+    // the variant only when the whole value arrived; an unknown type number, a value too wide for
+    // this platform's long, and a truncated value are reported with KR_RET_ERR_FILE (files) or
+    // KR_RET_ERR_ARG (buffers).
+    KR_RET_STATUS pack(KR_Version& version,
+                       char* buffer,
+                       unsigned int& used,
+                       KR_STORAGE_TYPE storage) override;
+    unsigned int getPackedSize(KR_Version& version, KR_STORAGE_TYPE storage) override;
+    KR_RET_STATUS unpack(KR_Version& version,
+                         char* buffer,
+                         unsigned int& used,
+                         KR_STORAGE_TYPE storage) override;
+    // Tagged text: "<var>", "<type>NAME</type>", the value lines, "</var>". The reader skips
+    // white space between tags and around numbers; a STRING value is everything between
+    // "<value>" and the next "</value>" as it stands, a CHAR value exactly one byte. KR_RET_FALSE
+    // (no report, nothing changed) when no "<var>" comes before the end of the file; an entry
+    // that starts but is malformed (unknown type name, a missing tag, an odd or non-numeric
+    // STRINGW) is reported with KR_RET_ERR_FILE and leaves the variant unchanged.
+    KR_RET_STATUS persist(KR_Version& version, KR_FileAscii& file) override;
+    KR_RET_STATUS persist(KR_Version& version, KR_FileBinary& file, unsigned int& written) override;
+    KR_RET_STATUS restore(KR_Version& version, KR_FileAscii& file) override;
+    KR_RET_STATUS restore(KR_Version& version, KR_FileBinary& file, unsigned int& read) override;
+
+private:
+    friend struct KR_ElemCopy<KR_Var>;
+    friend class KR_VarArr;
+
+    union Value {
+        char c;
+        unsigned char uc;
+        short s;
+        unsigned short us;
+        int i;
+        unsigned int ui;
+        long l;
+        unsigned long ul;
+        float f;
+        double d;
+        char* str;
+        wchar_t* wstr;
+        void* ptr;
+        KR_PubObjVar* obj;
+        unsigned long long bits;
+    };
+
+    KR_RET_STATUS initDataMembers(KR_VAR_TYPE type, unsigned char lockType);
+    KR_RET_STATUS cleanupDataMembers();
+    // The string copies: refuse under a lock of another type, release what is held, then
+    // duplicate text (cut to the length limit).
+    KR_RET_STATUS copyStr(const char* text);
+    KR_RET_STATUS copyStrW(const wchar_t* text);
+    // Stores a number of type type, refusing under a lock of another type.
+    KR_RET_STATUS storeValue(KR_VAR_TYPE type, Value value);
+    // Replaces this variant by a copy of other; force passes the lock. KR_RET_ERR_MEM when a
+    // string or object did not arrive (this variant then holds a null one of that type).
+    KR_RET_STATUS copyFrom(const KR_Var& other, bool force);
+    // Releases an owned string or object and zeroes the value; the type stays.
+    void releaseValue();
+    int varComp(KR_Var& other);
+    // Converts both operands to the common type, or answers KR_RET_ERR_ARG (reported).
+    static KR_RET_STATUS makeCompatibleMathArgs(KR_Var& a, KR_Var& b, KR_VAR_TYPE& type);
+
+    unsigned char initialised_;
+    Value value_;
+    KR_VAR_TYPE type_;
+    unsigned char lockType_;
+    unsigned int reserved_;  // set to 0 by construction and clear; no operation reads it
+    int strLengMax_;         // -1: unlimited
+};
+
+// A variant copy in a container arrives when its string (or object) arrived; the containers
+// copy variants whatever their type locks.
+template <>
+struct KR_ElemCopy<KR_Var> {
+    static constexpr bool kMayFail = true;
+
+    static bool copy(KR_Var& dst, const KR_Var& src) { return dst.copyFrom(src, true) <= 2; }
+};
+
+extern template class KR_API KR_Container<KR_Var>;
+extern template class KR_API KR_OrdContainer<KR_Var>;
+extern template class KR_API KR_I_Iterator<KR_Var>;
+extern template class KR_API KR_IndContainer<KR_Var>;
+extern template class KR_API KR_Array<KR_Var>;
+extern template class KR_API KR_Container<KR_VAR_TYPE>;
+extern template class KR_API KR_OrdContainer<KR_VAR_TYPE>;
+extern template class KR_API KR_I_Iterator<KR_VAR_TYPE>;
+extern template class KR_API KR_IndContainer<KR_VAR_TYPE>;
+extern template class KR_API KR_Array<KR_VAR_TYPE>;
+
+// The display name of v's type as a new heap text (C allocator, the caller frees it):
+// "Wild", "Char", "Unsigned char", ... "Class Object Pointer", "Undefined" outside 1..15.
+// Null out or an uninitialised v: KR_RET_ERR_ARG (*out null when out is given).
+KR_API KR_RET_STATUS KR_type2Str(char** out, KR_Var& v);
+KR_API KR_RET_STATUS KR_type2StrW(wchar_t** out, KR_Var& v);
+// The type of a name: the tag names of the text encoding ("UCHAR", "CHAR", ... "PUBOBJ", and
+// "WILD"), then the display names ("Char", ... "Wild"); exact and case-sensitive.
+// KR_RET_FALSE (type unchanged) for an unknown name, KR_RET_ERR_ARG for a null one.
+//   KR_str2Type("ULONG", t)  ->  t == KR_VAR_ULONG;  KR_str2Type("Char", t)  ->  t == KR_VAR_UCHAR
+KR_API KR_RET_STATUS KR_str2Type(const char* text, KR_VAR_TYPE& type);
+KR_API KR_RET_STATUS KR_str2TypeW(const wchar_t* text, KR_VAR_TYPE& type);
+// The result type of an arithmetic operation on a and b: the larger number (so a signed type
+// wins over its unsigned twin and a string over a number), 15 for two public objects; 0 when
+// there is none (Wild with Wild, one public object, a number outside 1..15).
+//   KR_resultArgType(KR_VAR_UINT, KR_VAR_INT)  ->  KR_VAR_INT
+KR_API int KR_resultArgType(KR_VAR_TYPE a, KR_VAR_TYPE b);
+// The variant type that an argument-map type stands for: 1..15 themselves, the aliases their
+// value type; 0 for KR_VAR_ID_NONE and unknown numbers.
+KR_API KR_VAR_TYPE KR_varAlias2Type(KR_VAR_TYPE_ID id);
+
+// A variant's value as text and back (string utilities: reports under "src/kr_str"). The text
+// is the one a cast to a string makes: "%c" for the character types (the character itself),
+// "%d" for the short and int types (an unsigned int above INT_MAX reads as a negative number),
+// "%ld" for both long types, "%f" for float and "%lf" for double, always with the C locale's
+// "."; a string as it stands (converted to the other width by the locale where needed); a
+// pointer with "%p"; Wild gives the empty text. A public object has no text: KR_RET_ERR_CALL.
+//   KR_Var v(2.5);  KR_val2Str(out, v)  ->  out == "2.500000"
+KR_API KR_RET_STATUS KR_val2Str(KR_String& out, KR_Var& v);
+KR_API KR_RET_STATUS KR_val2StrW(KR_StringW& out, KR_Var& v);
+// Parses text into v as a value of v's current type, with the scan of cast (so "-1" reads
+// into an unsigned int as 4294967295, text that does not scan as 0, "%c" takes the first
+// character), in the C locale; a pointer from the hexadecimal digits "%p" writes. A Wild
+// variant takes the text itself and becomes a string of the text's width. The type is kept
+// whatever the lock. A public object: KR_RET_ERR_CALL; a null text: KR_RET_ERR_ARG; both leave
+// v unchanged.
+KR_API KR_RET_STATUS KR_str2Val(KR_Var& v, const char* text);
+KR_API KR_RET_STATUS KR_str2ValW(KR_Var& v, const wchar_t* text);
+
+// The value as text ("%c" for the character types, numbers as KR_val2Str gives them, strings as
+// they stand, a pointer with "%p", "<Class Object Pointer>" or "<null>" for an object).
+KR_API KR_OStream& operator<<(KR_OStream& stream, KR_Var& v);
+// The display name ("Undefined" outside 1..15).
+KR_API KR_OStream& operator<<(KR_OStream& stream, KR_VAR_TYPE type);
+// The display name of a variant type, or of an alias ("Boolean", "File name", "Directory",
+// "Password", "Colour", "Choice"); "Undefined" otherwise.
+KR_API KR_OStream& operator<<(KR_OStream& stream, KR_VAR_TYPE_ID id);
+
+// KR_VarArr — an array of variants with an order of its own: a shorter array is less than a
+// longer one whatever they hold, and arrays of one length compare element by element with the
+// variant order. All container operations of KR_Array<KR_Var> apply. Packed and persisted as its
+// element count followed by the elements.
+class KR_API KR_VarArr : public KR_Array<KR_Var>, public KR_Persistable {
+public:
+    // n variants of the given type and lock flag. A type outside 1..15 is reported and leaves
+    // the array uninitialised.
+    explicit KR_VarArr(unsigned int n = 0,
+                       KR_VAR_TYPE type = KR_VAR_WILD,
+                       unsigned char lockType = 0);
+    // n variants of type type, unlocked, whose values follow in the argument list, one per
+    // element, as C passes them to a variadic function: the char, short and float types are
+    // read promoted (int, int, double) and converted back; the strings are read as char* or
+    // wchar_t* and copied; a pointer as void*, an object as KR_PubObjVar* (taken over). Wild
+    // reads nothing.
+    //   KR_VarArr a(3, KR_VAR_SHORT, 1, -2, 3)  ->  three shorts 1, -2, 3
+    // With a single value that converts to unsigned char, C++ prefers the constructor above and
+    // takes the value as the lock flag: build one-element arrays with that form and assign.
+    KR_VarArr(unsigned int n, KR_VAR_TYPE type, ...);
+    KR_VarArr(const KR_VarArr& other);
+    ~KR_VarArr() override;
+    KR_VarArr& operator=(const KR_VarArr& other);
+
+    // Out of range: reported with "KR_VAR_ARRAY: element access" and the KR_NULL_PTR reference.
+    KR_Var& operator[](unsigned int i) override;
+    // Inserts copies of all of other's elements before or after index (an empty array takes
+    // them at 0). Nothing changes when a copy fails.
+    KR_RET_STATUS insArr(KR_INS_METHOD method, unsigned int index, KR_VarArr& other);
+
+    unsigned char operator<(KR_VarArr& other);
+    unsigned char operator<=(KR_VarArr& other);
+    unsigned char operator==(KR_VarArr& other);
+    unsigned char operator!=(KR_VarArr& other);
+    unsigned char operator>(KR_VarArr& other);
+    unsigned char operator>=(KR_VarArr& other);
+    // The three-way comparison itself: -1, 0 or 1.
+    int operator-(KR_VarArr& other);
+
+    // The greatest length in characters of the elements' texts (narrow or wide); 0 when none.
+    unsigned int longestStrLeng();
+    unsigned int numVarType(KR_VAR_TYPE type);
+
+    unsigned char objIsEnabled() const { return initialised_; }
+
+    KR_RET_STATUS pack(KR_Version& version,
+                       char* buffer,
+                       unsigned int& used,
+                       KR_STORAGE_TYPE storage) override;
+    unsigned int getPackedSize(KR_Version& version, KR_STORAGE_TYPE storage) override;
+    KR_RET_STATUS unpack(KR_Version& version,
+                         char* buffer,
+                         unsigned int& used,
+                         KR_STORAGE_TYPE storage) override;
+    // "<vararr>", the elements' encodings, "</vararr>". The reader takes the elements until
+    // "</vararr>"; anything else where an element should start is reported with KR_RET_ERR_FILE.
+    // Every restore leaves the array unchanged unless the whole array arrived.
+    KR_RET_STATUS persist(KR_Version& version, KR_FileAscii& file) override;
+    KR_RET_STATUS persist(KR_Version& version, KR_FileBinary& file, unsigned int& written) override;
+    KR_RET_STATUS restore(KR_Version& version, KR_FileAscii& file) override;
+    KR_RET_STATUS restore(KR_Version& version, KR_FileBinary& file, unsigned int& read) override;
+
+private:
+    int arrComp(KR_VarArr& other);
+
+    unsigned char initialised_;
+};
+
+KR_API KR_OStream& operator<<(KR_OStream& stream, KR_VarArr& array);
+
+#endif  // KRCORE_KR_VAR_H

@@ -1,0 +1,1 @@
+// kr_hash.cpp — (placeholder)

@@ -1,0 +1,1 @@
+// kr_var.cpp — (placeholder)

@@ -1,0 +1,1 @@
+// kr_vararr.cpp — (placeholder)

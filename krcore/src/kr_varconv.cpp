@@ -1,0 +1,1 @@
+// kr_varconv.cpp — (placeholder)

@@ -1,0 +1,1 @@
+// kr_vartext.cpp — (placeholder)

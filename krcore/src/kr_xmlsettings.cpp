@@ -1,0 +1,1 @@
+// kr_xmlsettings.cpp — (placeholder)

@@ -1,0 +1,2 @@
+// test_hash.cpp — (placeholder)
+#include "test_support.h"

@@ -1,0 +1,2 @@
+// test_var.cpp — (placeholder)
+#include "test_support.h"

@@ -1,0 +1,2 @@
+// test_vararr.cpp — (placeholder)
+#include "test_support.h"

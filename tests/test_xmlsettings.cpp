@@ -1,0 +1,2 @@
+// test_xmlsettings.cpp — (placeholder)
+#include "test_support.h"
