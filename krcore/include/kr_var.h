@@ -304,10 +304,15 @@ public:
                          KR_STORAGE_TYPE storage) override;
     // Tagged text: "<var>", "<type>NAME</type>", the value lines, "</var>". The reader skips
     // white space between tags and around numbers; a STRING value is everything between
-    // "<value>" and the next "</value>" as it stands, a CHAR value exactly one byte. KR_RET_FALSE
-    // (no report, nothing changed) when no "<var>" comes before the end of the file; an entry
-    // that starts but is malformed (unknown type name, a missing tag, an odd or non-numeric
-    // STRINGW) is reported with KR_RET_ERR_FILE and leaves the variant unchanged.
+    // "<value>" and the next "</value>" as it stands (a text that holds "</value>" does not read
+    // back whole; an empty one reads as the null string), a CHAR value exactly one byte, a
+    // pointer the hexadecimal digits "%p" writes ("0x" optional, "(nil)" null). KR_RET_FALSE (no
+    // report, nothing changed) when only white space comes before the end of the file; anything
+    // else than "<var>" there, and an entry that is malformed (unknown type name, a missing tag,
+    // a number beyond its type, such as a long beyond this platform's long, an odd or
+    // non-numeric STRINGW), is reported with KR_RET_ERR_FILE and leaves the variant unchanged.
+    // A restore sets the type it read whatever the lock, keeps lock flag and length limit, and
+    // cuts a text to that limit.
     KR_RET_STATUS persist(KR_Version& version, KR_FileAscii& file) override;
     KR_RET_STATUS persist(KR_Version& version, KR_FileBinary& file, unsigned int& written) override;
     KR_RET_STATUS restore(KR_Version& version, KR_FileAscii& file) override;
@@ -432,7 +437,8 @@ KR_API KR_OStream& operator<<(KR_OStream& stream, KR_VAR_TYPE_ID id);
 // KR_VarArr — an array of variants with an order of its own: a shorter array is less than a
 // longer one whatever they hold, and arrays of one length compare element by element with the
 // variant order. All container operations of KR_Array<KR_Var> apply. Packed and persisted as its
-// element count followed by the elements.
+// element count followed by the elements. A construction or copy whose text or block did not
+// arrive is reported (KR_RET_ERR_MEM) and leaves an array that is not initialised.
 class KR_API KR_VarArr : public KR_Array<KR_Var>, public KR_Persistable {
 public:
     // n variants of the given type and lock flag. A type outside 1..15 is reported and leaves
@@ -493,6 +499,15 @@ public:
 
 private:
     int arrComp(KR_VarArr& other);
+    // Restores collect their elements in a staging array first. growStaged makes room for
+    // element index count, growing the array geometrically but never past limit elements, so
+    // that no claimed count is allocated before its elements arrive.
+    static KR_RET_STATUS growStaged(KR_Array<KR_Var>& staged,
+                                    unsigned int count,
+                                    unsigned int limit);
+    // Makes the first count staged elements this array's elements; the one allocation it needs
+    // leaves the array as it was when it fails.
+    KR_RET_STATUS adoptStaged(KR_Array<KR_Var>& staged, unsigned int count);
 
     unsigned char initialised_;
 };
