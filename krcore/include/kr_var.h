@@ -478,7 +478,8 @@ public:
     unsigned int longestStrLeng();
     unsigned int numVarType(KR_VAR_TYPE type);
 
-    unsigned char objIsEnabled() const { return initialised_; }
+    // The array's own flag: the container operations that check it see this one too.
+    unsigned char objIsEnabled() override { return initialised_; }
 
     KR_RET_STATUS pack(KR_Version& version,
                        char* buffer,

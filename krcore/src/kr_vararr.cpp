@@ -73,7 +73,15 @@ KR_VarArr::KR_VarArr(unsigned int n, KR_VAR_TYPE type, ...)
     }
     if (!KR_Array<KR_Var>::objIsEnabled()) return;
     va_list args;
+    // The type arrives as the int its enumeration is, which clang flags as a promoted type.
+#if defined(__clang__)
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wvarargs"
+#endif
     va_start(args, type);
+#if defined(__clang__)
+#pragma clang diagnostic pop
+#endif
     bool arrived = true;
     for (unsigned int i = 0; i < n; ++i) {
         KR_Var& element = KR_Array<KR_Var>::operator[](i);

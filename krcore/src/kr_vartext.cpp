@@ -156,7 +156,7 @@ KR_RET_STATUS putPubObj(TextOut& out, KR_Version& version, KR_PubObjVar* object)
 
 // The lines of one variant. Everything the text needs is public.
 KR_RET_STATUS putVar(TextOut& out, KR_Version& version, const KR_Var& v) {
-    KR_VAR_TYPE type = v.varType();
+    int type = v.varType();
     out.put("<var>\n");
     if (type <= KR_VAR_WILD || type >= kTypeCount) {
         out.put("</var>\n");
