@@ -472,7 +472,7 @@ public:
     unsigned int longestStrLeng();
     unsigned int numVarType(KR_VAR_TYPE type);
 
-    unsigned char objIsEnabled() const { return initialised_; }
+    unsigned char objIsEnabled() override { return initialised_; }
 
     KR_RET_STATUS pack(KR_Version& version,
                        char* buffer,
