@@ -397,7 +397,7 @@ KR_API KR_RET_STATUS KR_str2TypeW(const wchar_t* text, KR_VAR_TYPE& type);
 // wins over its unsigned twin and a string over a number), 15 for two public objects; 0 when
 // there is none (Wild with Wild, one public object, a number outside 1..15).
 //   KR_resultArgType(KR_VAR_UINT, KR_VAR_INT)  ->  KR_VAR_INT
-KR_API int KR_resultArgType(KR_VAR_TYPE a, KR_VAR_TYPE b);
+KR_API KR_VAR_TYPE KR_resultArgType(KR_VAR_TYPE a, KR_VAR_TYPE b);
 // The variant type that an argument-map type stands for: 1..15 themselves, the aliases their
 // value type; 0 for KR_VAR_ID_NONE and unknown numbers.
 KR_API KR_VAR_TYPE KR_varAlias2Type(KR_VAR_TYPE_ID id);
