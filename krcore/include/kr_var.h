@@ -113,10 +113,10 @@ public:
     // The string forms copy the text (a null text gives a null string of that type).
     KR_Var(char* text, unsigned char lockType = 0);
     KR_Var(const char* text, unsigned char lockType = 0);
-    KR_Var(KR_String& text, unsigned char lockType = 0);
+    KR_Var(const KR_String& text, unsigned char lockType = 0);
     KR_Var(wchar_t* text, unsigned char lockType = 0);
     KR_Var(const wchar_t* text, unsigned char lockType = 0);
-    KR_Var(KR_StringW& text, unsigned char lockType = 0);
+    KR_Var(const KR_StringW& text, unsigned char lockType = 0);
     KR_Var(void* pointer, unsigned char lockType = 0);
     // Takes ownership of object.
     KR_Var(KR_PubObjVar* object, unsigned char lockType = 0);
@@ -143,10 +143,10 @@ public:
     KR_Var& operator=(double value);
     KR_Var& operator=(char* text);
     KR_Var& operator=(const char* text);
-    KR_Var& operator=(KR_String& text);
+    KR_Var& operator=(const KR_String& text);
     KR_Var& operator=(wchar_t* text);
     KR_Var& operator=(const wchar_t* text);
-    KR_Var& operator=(KR_StringW& text);
+    KR_Var& operator=(const KR_StringW& text);
     KR_Var& operator=(void* pointer);
     // Takes ownership of object.
     KR_Var& operator=(KR_PubObjVar* object);
