@@ -113,10 +113,10 @@ public:
     // The string forms copy the text (a null text gives a null string of that type).
     KR_Var(char* text, unsigned char lockType = 0);
     KR_Var(const char* text, unsigned char lockType = 0);
-    KR_Var(KR_String& text, unsigned char lockType = 0);
+    KR_Var(const KR_String& text, unsigned char lockType = 0);
     KR_Var(wchar_t* text, unsigned char lockType = 0);
     KR_Var(const wchar_t* text, unsigned char lockType = 0);
-    KR_Var(KR_StringW& text, unsigned char lockType = 0);
+    KR_Var(const KR_StringW& text, unsigned char lockType = 0);
     KR_Var(void* pointer, unsigned char lockType = 0);
     // Takes ownership of object.
     KR_Var(KR_PubObjVar* object, unsigned char lockType = 0);
@@ -143,10 +143,10 @@ public:
     KR_Var& operator=(double value);
     KR_Var& operator=(char* text);
     KR_Var& operator=(const char* text);
-    KR_Var& operator=(KR_String& text);
+    KR_Var& operator=(const KR_String& text);
     KR_Var& operator=(wchar_t* text);
     KR_Var& operator=(const wchar_t* text);
-    KR_Var& operator=(KR_StringW& text);
+    KR_Var& operator=(const KR_StringW& text);
     KR_Var& operator=(void* pointer);
     // Takes ownership of object.
     KR_Var& operator=(KR_PubObjVar* object);
@@ -402,7 +402,7 @@ KR_API KR_RET_STATUS KR_str2TypeW(const wchar_t* text, KR_VAR_TYPE& type);
 // wins over its unsigned twin and a string over a number), 15 for two public objects; 0 when
 // there is none (Wild with Wild, one public object, a number outside 1..15).
 //   KR_resultArgType(KR_VAR_UINT, KR_VAR_INT)  ->  KR_VAR_INT
-KR_API int KR_resultArgType(KR_VAR_TYPE a, KR_VAR_TYPE b);
+KR_API KR_VAR_TYPE KR_resultArgType(KR_VAR_TYPE a, KR_VAR_TYPE b);
 // The variant type that an argument-map type stands for: 1..15 themselves, the aliases their
 // value type; 0 for KR_VAR_ID_NONE and unknown numbers.
 KR_API KR_VAR_TYPE KR_varAlias2Type(KR_VAR_TYPE_ID id);
