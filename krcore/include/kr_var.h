@@ -353,6 +353,9 @@ private:
     KR_RET_STATUS copyFrom(const KR_Var& other, bool force);
     // Releases an owned string or object and zeroes the value; the type stays.
     void releaseValue();
+    // Takes type and value from value (which is left Wild), keeping this variant's lock flag
+    // and length limit; a text is cut to the limit. Nothing can fail.
+    void adoptValue(KR_Var& value);
     int varComp(const KR_Var& other) const;
     // Converts both operands to the common type, or answers KR_RET_ERR_ARG (reported).
     static KR_RET_STATUS makeCompatibleMathArgs(KR_Var& a, KR_Var& b, KR_VAR_TYPE& type);

@@ -23,11 +23,6 @@ using krInternal::freeBlock;
 using krInternal::isText;
 using krInternal::validType;
 
-// Tag names by type number (the text encoding's names); 0 and 1 have none.
-const char* const kTagNames[16] = {nullptr,  "WILD",    "UCHAR", "CHAR",  "USHORT", "SHORT",
-                                   "UINT",   "INT",     "ULONG", "LONG",  "FLOAT",  "DOUBLE",
-                                   "STRING", "STRINGW", "PTR",   "PUBOBJ"};
-
 // Display names by type number, 0 standing for every number outside 1..15. Each unsigned/signed
 // pair shows the other's name: these are the names that hosts have always shown.
 const char* const kDisplayNames[16] = {
@@ -658,8 +653,13 @@ template <class C>
 KR_RET_STATUS parseTypeName(const C* text, KR_VAR_TYPE& type, int line) {
     KR_setUserError(0);
     if (text == nullptr) return krInternal::failAt(KR_RET_ERR_ARG, KRI_UNIT, line);
-    for (int t = KR_VAR_WILD; t <= KR_VAR_PUBOBJ; ++t) {
-        if (sameName(text, kTagNames[t])) {
+    // Wild has no tag name in the text form; "WILD" names it here.
+    if (sameName(text, "WILD")) {
+        type = KR_VAR_WILD;
+        return KR_RET_TRUE;
+    }
+    for (int t = KR_VAR_UCHAR; t <= KR_VAR_PUBOBJ; ++t) {
+        if (sameName(text, krInternal::kVarTagNames[t])) {
             type = static_cast<KR_VAR_TYPE>(t);
             return KR_RET_TRUE;
         }

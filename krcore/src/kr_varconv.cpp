@@ -324,19 +324,6 @@ unsigned int KR_Var::getPackedSize(KR_Version&, KR_STORAGE_TYPE storage) {
     return 4 + valueSize(*this);
 }
 
-namespace {
-
-// Replaces v's type and value by those of value, keeping v's lock flag and length limit.
-void adoptValue(KR_Var& v, KR_Var& value) {
-    unsigned char lockType = v.getLockVarType();
-    int strLengMax = v.getStrLengMax();
-    v = std::move(value);
-    v.setLockVarType(lockType);
-    v.setStrLengMax(strLengMax);
-}
-
-}  // namespace
-
 KR_RET_STATUS KR_Var::unpack(KR_Version&,
                              char* buffer,
                              unsigned int& used,
@@ -379,7 +366,7 @@ KR_RET_STATUS KR_Var::unpack(KR_Version&,
             return KRI_FAIL_MSG(KR_RET_ERR_ARG, "KR_Var::unpack: value does not fit", "%u\n", type);
         length += static_cast<unsigned int>(size);
     }
-    adoptValue(*this, value);
+    adoptValue(value);
     used = length;
     return KR_RET_TRUE;
 }
@@ -447,7 +434,22 @@ KR_RET_STATUS KR_Var::restore(KR_Version&, KR_FileBinary& file, unsigned int& re
             return KRI_FAIL_MSG(KR_RET_ERR_FILE, "KR_Var::restore: value does not fit", "%u\n",
                                 type);
     }
-    adoptValue(*this, value);
+    adoptValue(value);
     read = moved;
     return KR_RET_TRUE;
+}
+
+void KR_Var::adoptValue(KR_Var& value) {
+    releaseValue();
+    value_ = value.value_;
+    type_ = value.type_;
+    value.value_.bits = 0;
+    value.type_ = KR_VAR_WILD;
+    size_t limit = static_cast<size_t>(strLengMax_);
+    if (strLengMax_ >= 0 && type_ == KR_VAR_STRING && value_.str != nullptr &&
+        strlen(value_.str) > limit)
+        value_.str[limit] = '\0';
+    if (strLengMax_ >= 0 && type_ == KR_VAR_STRINGW && value_.wstr != nullptr &&
+        wcslen(value_.wstr) > limit)
+        value_.wstr[limit] = L'\0';
 }

@@ -10,6 +10,11 @@
 
 namespace krInternal {
 
+// The type names of the text form, by type number; Wild has none (it is written without one).
+inline constexpr const char* kVarTagNames[16] = {
+        nullptr, nullptr, "UCHAR", "CHAR",   "USHORT", "SHORT",   "UINT", "INT",
+        "ULONG", "LONG",  "FLOAT", "DOUBLE", "STRING", "STRINGW", "PTR",  "PUBOBJ"};
+
 inline bool validType(int type) {
     return type >= KR_VAR_WILD && type <= KR_VAR_PUBOBJ;
 }

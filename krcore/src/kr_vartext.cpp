@@ -19,6 +19,7 @@
 #include "kr_textbuffer.h"
 #include "kr_utf16.h"
 #include "kr_var.h"
+#include "kr_varcore.h"
 #include "kr_varobj.h"
 
 #define KRI_UNIT "src/kr_var"
@@ -32,11 +33,8 @@ namespace {
 
 using krInternal::FileCursor;
 
-// The type names of the text, by type number; Wild has none.
-const char* const kTypeNames[] = {nullptr,  nullptr,   "UCHAR", "CHAR",  "USHORT", "SHORT",
-                                  "UINT",   "INT",     "ULONG", "LONG",  "FLOAT",  "DOUBLE",
-                                  "STRING", "STRINGW", "PTR",   "PUBOBJ"};
-constexpr int kTypeCount = sizeof kTypeNames / sizeof kTypeNames[0];
+using krInternal::kVarTagNames;
+constexpr int kTypeCount = sizeof kVarTagNames / sizeof kVarTagNames[0];
 
 // A wide text's bytes go 41 to the first line and 40 to every later one.
 constexpr unsigned int kBytesPerLine = 40;
@@ -163,7 +161,7 @@ KR_RET_STATUS putVar(TextOut& out, KR_Version& version, const KR_Var& v) {
         return out.status();
     }
     out.put("<type>");
-    out.putText(kTypeNames[type], strlen(kTypeNames[type]));
+    out.putText(kVarTagNames[type], strlen(kVarTagNames[type]));
     out.put("</type>\n");
     if (type == KR_VAR_STRINGW) {
         putWideBytes(out, v.wstr());
@@ -523,7 +521,7 @@ KR_RET_STATUS readWhole(TextIn& in, KR_VAR_TYPE type, Parsed& out) {
     NumberCheck check = text.tooLong ? kNotANumber : parseWhole(text.text, wholeRange(type), bits);
     if (check == kNotANumber) return KRI_BAD_TEXT(in, "KR_Var text: not a number", text.text);
     if (check == kOutOfRange) {
-        return KRI_BAD_TEXT(in, "KR_Var text: number out of range", kTypeNames[type]);
+        return KRI_BAD_TEXT(in, "KR_Var text: number out of range", kVarTagNames[type]);
     }
     // The low-order bytes of the two's-complement image are the value of every width.
     switch (type) {
@@ -711,7 +709,7 @@ KR_RET_STATUS readVarBody(TextIn& in, KR_Version& version, Parsed& out) {
     if (KRI_FAILED(status)) return status;
     name.trim();
     int type = KR_VAR_UCHAR;
-    while (type < kTypeCount && strcmp(kTypeNames[type], name.text) != 0)
+    while (type < kTypeCount && strcmp(kVarTagNames[type], name.text) != 0)
         ++type;
     if (name.tooLong || type == kTypeCount) {
         return KRI_BAD_TEXT(in, "KR_Var text: unknown type name", name.text);
