@@ -85,10 +85,12 @@ enum KR_VAR_TYPE_ID {
 // (reported) and leave the variant unchanged. cast, set(type, p) and assignPubObj are explicit
 // type changes and pass the lock; restores pass it too.
 //
-// Copies. The copy constructor and operator= copy type, value, lock flag and maximum string
-// length; strings are duplicated. A string that cannot be duplicated is reported
-// (KR_RET_ERR_MEM) and leaves a null string of that type. A public object is copied through the
-// object itself; an object that cannot be copied leaves a null object pointer.
+// Copies. The copy constructor copies type, value, lock flag and maximum string length;
+// operator= copies type and value and keeps the target's lock flag and length limit (a copied
+// text is cut to that limit). Strings are duplicated, a public object is copied through the
+// object itself. A string or object that cannot be copied is reported (KR_RET_ERR_MEM): the copy
+// constructor then leaves a null value of the source's type, an assignment leaves the target as
+// it was. The same holds for every value setter: a failed string copy changes nothing.
 //
 // Failures of the operations that answer a variant or a reference (operators) are reported and
 // leave the last status code set; the operations that answer a status return it as well.
@@ -220,10 +222,12 @@ public:
     KR_RET_STATUS get(wchar_t** place);
     KR_RET_STATUS get(void** place);
     KR_RET_STATUS get(KR_PubObjVar** place);
-    // Stores the value at p, read as a value of the current type (set(void*)) or of the given
-    // type (set(type, p)), which becomes the variant's type whatever its lock. Strings are copied
-    // from the text at p; a public object is taken over. A null p stores the zero value of the
-    // type (a null string, a null pointer). A type outside 1..15: KR_RET_ERR_ARG, unchanged.
+    // Stores the value at the address p, read as a value of the current type (set(void*)) or of
+    // the given type (set(type, p)), which becomes the variant's type whatever its lock: p points
+    // at a number, at the characters of a text (which are copied), at a void* (type 14), or is
+    // the public object itself (type 15, taken over). A null p stores the zero value of the type
+    // (a null string, a null pointer). A type outside 1..15: KR_RET_ERR_ARG, unchanged.
+    //   int n = 5;  v.set(KR_VAR_INT, &n);  v.set(KR_VAR_STRING, (void*)"abc");
     KR_RET_STATUS set(void* p);
     KR_RET_STATUS set(KR_VAR_TYPE type, void* p);
 
@@ -246,15 +250,15 @@ public:
     // Stores object (type 15) and takes ownership of it, whatever the lock.
     KR_RET_STATUS assignPubObj(KR_PubObjVar* object);
     // Converts the value in place to the type to. Numbers convert as C converts them
-    // (truncation toward zero from floating types, low-order bytes kept when narrowing, sign
-    // or zero extension when widening); a string is scanned with the target's C format ("%c"
-    // for the character types, which takes the first character) in the C locale, and an
-    // unreadable text gives 0; numbers become text with "%c", "%d", "%ld", "%f", "%lf" (an
-    // unsigned int above INT_MAX gives a negative number). A pointer converts to and from the
-    // integer types and from text ("%p"); to the floating types it refuses. A pointer or public
-    // object converted to a number: KR_RET_ERR_CALL, unchanged. To Wild: the value is released
-    // and zeroed. A public object converts only to itself and to Wild; Wild converts to the
-    // zero value of any type.
+    // (truncation toward zero from floating types, low-order bytes kept when narrowing, sign or
+    // zero extension when widening, out-of-range numbers wrapping). A text is scanned with the
+    // target's C format in the C locale ("%c" for the character types takes the first
+    // character; text that does not scan gives 0). Numbers become text with "%c", "%d", "%ld",
+    // "%f" and "%lf" (an unsigned int above INT_MAX gives a negative number); a text of the
+    // other width converts through the locale. A pointer is made from an integer or from text
+    // ("%p"), never from a floating type. A pointer or public object converted to a number or a
+    // text: KR_RET_ERR_CALL, unchanged. To Wild: the value is released and zeroed. A public
+    // object converts only to Wild; Wild converts to the zero value of any type.
     KR_RET_STATUS cast(KR_VAR_TYPE to);
 
     // Whether a and b can take part in one arithmetic operation: numbers with numbers, strings
@@ -263,12 +267,12 @@ public:
 
     // Three-way order: the same type compares by value; different types are never equal and the
     // left operand counts as the greater. Floating values closer than 0.001 are equal.
-    unsigned char operator<(KR_Var& other);
-    unsigned char operator<=(KR_Var& other);
-    unsigned char operator==(KR_Var& other);
-    unsigned char operator!=(KR_Var& other);
-    unsigned char operator>(KR_Var& other);
-    unsigned char operator>=(KR_Var& other);
+    unsigned char operator<(const KR_Var& other) const;
+    unsigned char operator<=(const KR_Var& other) const;
+    unsigned char operator==(const KR_Var& other) const;
+    unsigned char operator!=(const KR_Var& other) const;
+    unsigned char operator>(const KR_Var& other) const;
+    unsigned char operator>=(const KR_Var& other) const;
 
     // Arithmetic. Both operands are first converted (on copies) to the result type of
     // KR_resultArgType, then computed in that C type: integers wrap, an integer division by zero
@@ -344,9 +348,11 @@ private:
     KR_RET_STATUS copyFrom(const KR_Var& other, bool force);
     // Releases an owned string or object and zeroes the value; the type stays.
     void releaseValue();
-    int varComp(KR_Var& other);
+    int varComp(const KR_Var& other) const;
     // Converts both operands to the common type, or answers KR_RET_ERR_ARG (reported).
     static KR_RET_STATUS makeCompatibleMathArgs(KR_Var& a, KR_Var& b, KR_VAR_TYPE& type);
+    // left op right for the four operators (op 0 to 3: +, -, *, /).
+    static KR_Var compute(KR_Var& left, KR_Var& right, int op);
 
     unsigned char initialised_;
     Value value_;
@@ -414,8 +420,8 @@ KR_API KR_RET_STATUS KR_val2StrW(KR_StringW& out, KR_Var& v);
 KR_API KR_RET_STATUS KR_str2Val(KR_Var& v, const char* text);
 KR_API KR_RET_STATUS KR_str2ValW(KR_Var& v, const wchar_t* text);
 
-// The value as text ("%c" for the character types, numbers as KR_val2Str gives them, strings as
-// they stand, a pointer with "%p", "<Class Object Pointer>" or "<null>" for an object).
+// The value as the stream prints its C type (the character types as characters), strings as
+// they stand, "<Class Object Pointer>" or "<null>" for an object, nothing for Wild.
 KR_API KR_OStream& operator<<(KR_OStream& stream, KR_Var& v);
 // The display name ("Undefined" outside 1..15).
 KR_API KR_OStream& operator<<(KR_OStream& stream, KR_VAR_TYPE type);
@@ -466,7 +472,7 @@ public:
     unsigned int longestStrLeng();
     unsigned int numVarType(KR_VAR_TYPE type);
 
-    unsigned char objIsEnabled() const { return initialised_; }
+    unsigned char objIsEnabled() override { return initialised_; }
 
     KR_RET_STATUS pack(KR_Version& version,
                        char* buffer,

@@ -12,6 +12,7 @@
 #include "kr_queue_impl.h"
 #include "kr_stack_impl.h"
 #include "kr_str.h"
+#include "kr_var.h"
 #include "kr_vcarray_impl.h"
 
 template struct KR_IteratorElem<unsigned int>;
@@ -52,3 +53,17 @@ template class KR_OrdContainer<KR_StringW>;
 template class KR_I_Iterator<KR_StringW>;
 template class KR_IndContainer<KR_StringW>;
 template class KR_Array<KR_StringW>;
+
+template struct KR_IteratorElem<KR_Var>;
+template class KR_Container<KR_Var>;
+template class KR_OrdContainer<KR_Var>;
+template class KR_I_Iterator<KR_Var>;
+template class KR_IndContainer<KR_Var>;
+template class KR_Array<KR_Var>;
+
+template struct KR_IteratorElem<KR_VAR_TYPE>;
+template class KR_Container<KR_VAR_TYPE>;
+template class KR_OrdContainer<KR_VAR_TYPE>;
+template class KR_I_Iterator<KR_VAR_TYPE>;
+template class KR_IndContainer<KR_VAR_TYPE>;
+template class KR_Array<KR_VAR_TYPE>;

@@ -78,45 +78,10 @@ KR_RET_STATUS readEntry(KR_StringW& string, KR_FileAscii& file) {
     return KR_xmlReadTagEntryW(string, file, "<STRING>", "</STRING>");
 }
 
-// The packed count: the units of the text with its terminator, 0 for a null text. A unit is a
-// byte of a narrow text and a UTF-16 unit of a wide one, whatever the width of wchar_t.
-constexpr unsigned int unitBytes(char) {
-    return 1;
-}
-
-constexpr unsigned int unitBytes(wchar_t) {
-    return 2;
-}
-
-unsigned int packedCount(const char* text) {
-    return text == nullptr ? 0 : static_cast<unsigned int>(strlen(text)) + 1;
-}
-
-unsigned int packedCount(const wchar_t* text) {
-    if (text == nullptr) return 0;
-    return static_cast<unsigned int>(krInternal::utf16Length(text, wcslen(text))) + 1;
-}
-
-// The units of a non-null text and its terminator.
-void writeUnits(unsigned char* out, const char* text) {
-    memcpy(out, text, strlen(text) + 1);
-}
-
-void writeUnits(unsigned char* out, const wchar_t* text) {
-    size_t bytes = krInternal::writeUtf16LE(text, wcslen(text), out);
-    out[bytes] = 0;
-    out[bytes + 1] = 0;
-}
-
-// count units into out, which is zero-filled and has room for count + 1 characters (count units
-// never give more characters than that).
-void readUnits(const unsigned char* in, unsigned int count, char* out) {
-    memcpy(out, in, count);
-}
-
-void readUnits(const unsigned char* in, unsigned int count, wchar_t* out) {
-    krInternal::readUtf16LE(in, count, out);
-}
+using krInternal::packedCount;
+using krInternal::readUnits;
+using krInternal::unitBytes;
+using krInternal::writeUnits;
 
 // An operand of a comparison or a concatenation: a raw text (always usable) or a string object.
 template <class C>

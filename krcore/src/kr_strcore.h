@@ -16,6 +16,7 @@
 
 #include "kr_alloc.h"
 #include "kr_reporter.h"
+#include "kr_utf16.h"
 
 class KR_String;
 class KR_StringW;
@@ -307,6 +308,47 @@ inline C* concatText(const C* a, size_t aLength, const C* b, size_t bLength) {
     if (aLength > 0) memcpy(result, a, aLength * sizeof(C));
     if (bLength > 0) memcpy(result + aLength, b, bLength * sizeof(C));
     return result;
+}
+
+// Packed texts (the string classes and the variant): a 32-bit count, then the units.
+// The packed count: the units of the text with its terminator, 0 for a null text. A unit is a
+// byte of a narrow text and a UTF-16 unit of a wide one, whatever the width of wchar_t.
+constexpr unsigned int unitBytes(char) {
+    return 1;
+}
+
+constexpr unsigned int unitBytes(wchar_t) {
+    return 2;
+}
+
+inline unsigned int packedCount(const char* text) {
+    return text == nullptr ? 0 : static_cast<unsigned int>(strlen(text)) + 1;
+}
+
+inline unsigned int packedCount(const wchar_t* text) {
+    if (text == nullptr) return 0;
+    return static_cast<unsigned int>(krInternal::utf16Length(text, wcslen(text))) + 1;
+}
+
+// The units of a non-null text and its terminator.
+inline void writeUnits(unsigned char* out, const char* text) {
+    memcpy(out, text, strlen(text) + 1);
+}
+
+inline void writeUnits(unsigned char* out, const wchar_t* text) {
+    size_t bytes = krInternal::writeUtf16LE(text, wcslen(text), out);
+    out[bytes] = 0;
+    out[bytes + 1] = 0;
+}
+
+// count units into out, which is zero-filled and has room for count + 1 characters (count units
+// never give more characters than that).
+inline void readUnits(const unsigned char* in, unsigned int count, char* out) {
+    memcpy(out, in, count);
+}
+
+inline void readUnits(const unsigned char* in, unsigned int count, wchar_t* out) {
+    krInternal::readUtf16LE(in, count, out);
 }
 
 // The locale's multibyte conversions. Null input gives null and KR_RET_TRUE; otherwise a new
