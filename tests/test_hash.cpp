@@ -1,5 +1,9 @@
 // test_hash.cpp — KR_HashTable against a std::map, its edge cases, walks and allocation
 // failures, and the exact values of the default hash functions.
+#include <float.h>
+#include <limits.h>
+#include <locale.h>
+
 #include <algorithm>
 #include <map>
 #include <memory>
@@ -74,10 +78,25 @@ struct StringKeys {
     static std::string text(KR_String& v) { return textOf(v); }
 };
 
+// One-letter keys become unsigned ints, longer ones narrow strings: variants of two types.
+struct VarKeys {
+    using Key = KR_Var;
+    using Table = KR_HashTable<KR_Var, KR_Var>;
+    static constexpr Table::HashFunc kHash = KR_defHashFuncVarKey;
+
+    static Key key(const std::string& s) {
+        return s.size() == 1 ? KR_Var(static_cast<unsigned int>(s[0])) : KR_Var(s.c_str());
+    }
+
+    static KR_Var value(const std::string& s) { return KR_Var(s.c_str()); }
+
+    static std::string text(KR_Var& v) { return v.str() == nullptr ? "(null)" : v.str(); }
+};
+
 template <class Keys>
 class HashModel : public ::testing::Test {};
 
-using KeyTypes = ::testing::Types<StringKeys>;
+using KeyTypes = ::testing::Types<StringKeys, VarKeys>;
 TYPED_TEST_SUITE(HashModel, KeyTypes);
 
 // Short keys over three letters in seven buckets: many collisions and anagrams.
@@ -308,6 +327,210 @@ TEST(HashTable, AllocationFailureLeavesTableUnchanged) {
                 KR_String k("ab"), v("v");
                 EXPECT_KR_STATUS(KR_RET_ERR_POBJ, table->addEntry(k, v));
             });
+}
+
+// The signed sum of a text, for the expected values of long texts.
+unsigned int sumOf(const std::string& text) {
+    unsigned int sum = 0;
+    for (char c : text)
+        sum += static_cast<unsigned int>(static_cast<signed char>(c));
+    return sum;
+}
+
+struct GuidKey {
+    const char* guid;
+    unsigned int version;
+};
+
+TEST(HashFunctions, ExactValues) {
+    struct Row {
+        const char* name;
+        unsigned int (*hash)();
+        unsigned int expected;
+        bool reported;  // KR_RET_ERR_ARG under "src/kr_hash"
+    };
+
+    const Row rows[] = {
+            {"string",
+             [] {
+                 KR_String k("ab");
+                 return KR_defHashFuncStringKey(k, 7);
+             },
+             6, false},
+            {"string bytes above 127 subtract",
+             [] {
+                 KR_String k("a\xE9");
+                 return KR_defHashFuncStringKey(k, 1000);
+             },
+             74, false},
+            {"string sum wraps at 2^32",
+             [] {
+                 KR_String k("\xFF");
+                 return KR_defHashFuncStringKey(k, 1000);
+             },
+             295, false},
+            {"null string",
+             [] {
+                 KR_String k;
+                 return KR_defHashFuncStringKey(k, 7);
+             },
+             7, false},
+            {"no buckets",
+             [] {
+                 KR_String k("ab");
+                 return KR_defHashFuncStringKey(k, 0);
+             },
+             0, false},
+            {"wide",
+             [] {
+                 KR_StringW k(L"ab");
+                 return KR_defHashFuncStringWKey(k, 7);
+             },
+             6, false},
+            {"wide units are unsigned",
+             [] {
+                 KR_StringW k(L"\u00E9");
+                 return KR_defHashFuncStringWKey(k, 1000);
+             },
+             233, false},
+            {"wide beyond U+FFFF sums its surrogate pair",
+             [] {
+                 KR_StringW k(L"\U0001F600");
+                 return KR_defHashFuncStringWKey(k, 1000);
+             },
+             (0xD83D + 0xDE00) % 1000, false},
+            {"GUID record",
+             [] {
+                 GuidKey k{"ab", 3};
+                 return KR_defHashFuncGUIDKey(k, 7);
+             },
+             6, false},
+            {"GUID record with a null text",
+             [] {
+                 GuidKey k{nullptr, 3};
+                 return KR_defHashFuncGUIDKey(k, 7);
+             },
+             7, false},
+            {"no GUID record", [] { return KR_defHashFuncGUIDKey(nullptr, 7); }, 7, true},
+            {"uint",
+             [] {
+                 KR_Var k(12u);
+                 return KR_defHashFuncVarKey(k, 7);
+             },
+             (49 + 50) % 7, false},
+            {"char 0 is the empty text",
+             [] {
+                 KR_Var k(static_cast<char>(0));
+                 return KR_defHashFuncVarKey(k, 7);
+             },
+             0, false},
+            {"uchar as a signed character",
+             [] {
+                 KR_Var k(static_cast<unsigned char>(200));
+                 return KR_defHashFuncVarKey(k, 1000);
+             },
+             (0u - 56u) % 1000, false},
+            {"short",
+             [] {
+                 KR_Var k(static_cast<short>(-5));
+                 return KR_defHashFuncVarKey(k, 1000);
+             },
+             45 + 53, false},
+            {"ushort",
+             [] {
+                 KR_Var k(static_cast<unsigned short>(65535));
+                 return KR_defHashFuncVarKey(k, 1000);
+             },
+             sumOf("65535"), false},
+            {"int",
+             [] {
+                 KR_Var k(INT_MIN);
+                 return KR_defHashFuncVarKey(k, 100000);
+             },
+             sumOf("-2147483648"), false},
+            {"uint",
+             [] {
+                 KR_Var k(UINT_MAX);
+                 return KR_defHashFuncVarKey(k, 100000);
+             },
+             sumOf("4294967295"), false},
+            {"ulong reads as long",
+             [] {
+                 KR_Var k(ULONG_MAX);
+                 return KR_defHashFuncVarKey(k, 1000);
+             },
+             sumOf("-1"), false},
+            {"long",
+             [] {
+                 KR_Var k(LONG_MIN);
+                 return KR_defHashFuncVarKey(k, 100000);
+             },
+             sumOf(std::to_string(LONG_MIN)), false},
+            {"float",
+             [] {
+                 KR_Var k(2.5f);
+                 return KR_defHashFuncVarKey(k, 1000);
+             },
+             sumOf("2.500000"), false},
+            {"double",
+             [] {
+                 KR_Var k(-1e20);
+                 return KR_defHashFuncVarKey(k, 100000);
+             },
+             sumOf("-100000000000000000000.000000"), false},
+            {"largest double",
+             [] {
+                 KR_Var k(DBL_MAX);
+                 return KR_defHashFuncVarKey(k, 100000);
+             },
+             sumOf(std::to_string(DBL_MAX)), false},
+            {"narrow string",
+             [] {
+                 KR_Var k("ab");
+                 return KR_defHashFuncVarKey(k, 7);
+             },
+             6, false},
+            {"null string",
+             [] {
+                 KR_Var k(static_cast<const char*>(nullptr));
+                 return KR_defHashFuncVarKey(k, 7);
+             },
+             7, false},
+            {"wild",
+             [] {
+                 KR_Var k;
+                 return KR_defHashFuncVarKey(k, 7);
+             },
+             7, true},
+            {"wide string",
+             [] {
+                 KR_Var k(L"ab");
+                 return KR_defHashFuncVarKey(k, 7);
+             },
+             7, true},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        krtest::ReportCapture capture;
+        EXPECT_EQ(row.expected, row.hash());
+        EXPECT_EQ(row.reported
+                          ? krtest::statusReport("src/kr_hash", "Error on function input arguments")
+                          : "",
+                  capture.located());
+    }
+    // A pointer is hashed through its "%p" text, which the C runtimes write differently; the
+    // floating texts keep the C locale's point whatever the host sets.
+    KR_Var pointer(static_cast<void*>(&releases));
+    EXPECT_LT(KR_defHashFuncVarKey(pointer, 1000), 1000u);
+    const char* const commaLocales[] = {"de_DE.UTF-8", "de_DE.utf8", "German_Germany.1252"};
+    std::string saved = setlocale(LC_NUMERIC, nullptr);
+    for (const char* name : commaLocales) {
+        if (setlocale(LC_NUMERIC, name) == nullptr) continue;
+        KR_Var k(2.5);
+        EXPECT_EQ(sumOf("2.500000") % 1000, KR_defHashFuncVarKey(k, 1000)) << name;
+        break;
+    }
+    setlocale(LC_NUMERIC, saved.c_str());
 }
 
 }  // namespace

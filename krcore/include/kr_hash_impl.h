@@ -472,6 +472,22 @@ KR_RET_STATUS KR_HashTable<K, V>::visitAll(EntryFunc func, bool stopOnFailure) {
 
 #pragma pop_macro("KRI_UNIT")
 
+// The variant-keyed table, its buckets and its bucket array are provided by the library
+// (kr_instances.cpp).
+extern template class KR_API KR_HashEntry<KR_Var, KR_Var>;
+extern template class KR_API KR_Container<KR_HashEntry<KR_Var, KR_Var>>;
+extern template class KR_API KR_OrdContainer<KR_HashEntry<KR_Var, KR_Var>>;
+extern template class KR_API KR_I_Iterator<KR_HashEntry<KR_Var, KR_Var>>;
+extern template class KR_API KR_IndContainer<KR_HashEntry<KR_Var, KR_Var>>;
+extern template class KR_API KR_LNode<KR_HashEntry<KR_Var, KR_Var>>;
+extern template class KR_API KR_LList<KR_HashEntry<KR_Var, KR_Var>>;
+extern template class KR_API KR_Container<KR_LList<KR_HashEntry<KR_Var, KR_Var>>>;
+extern template class KR_API KR_OrdContainer<KR_LList<KR_HashEntry<KR_Var, KR_Var>>>;
+extern template class KR_API KR_I_Iterator<KR_LList<KR_HashEntry<KR_Var, KR_Var>>>;
+extern template class KR_API KR_IndContainer<KR_LList<KR_HashEntry<KR_Var, KR_Var>>>;
+extern template class KR_API KR_Array<KR_LList<KR_HashEntry<KR_Var, KR_Var>>>;
+extern template class KR_API KR_HashTable<KR_Var, KR_Var>;
+
 #include "kr_macros_end.h"
 
 #endif  // KRCORE_KR_HASH_IMPL_H
