@@ -12,6 +12,7 @@
 #define KRCORE_KR_HASH_IMPL_H
 
 #include <limits.h>
+#include <string.h>
 
 #include "kr_alloc.h"
 #include "kr_array_impl.h"
@@ -80,6 +81,26 @@ struct KR_ElemCopy<KR_HashEntry<K, V>> {
         return keyArrived && dataArrived;
     }
 };
+
+namespace krInternal {
+
+// Key equality of the hash table: K::operator==. Two narrow-string variants, the keys of the
+// class registry, compare with strcmp instead: the variant's own comparison gives the same answer
+// for them (equal exactly when the bytes are), through a chain of calls that costs a lookup more
+// than its hash and its walk together.
+template <class K>
+KRI_INLINE bool sameHashKey(K& a, K& b) {
+    return a == b;
+}
+
+KRI_INLINE bool sameHashKey(KR_Var& a, KR_Var& b) {
+    const char* x = a.objIsEnabled() && a.varType() == KR_VAR_STRING ? a.str() : nullptr;
+    const char* y = b.objIsEnabled() && b.varType() == KR_VAR_STRING ? b.str() : nullptr;
+    if (x != nullptr && y != nullptr) return strcmp(x, y) == 0;
+    return a == b;
+}
+
+}  // namespace krInternal
 
 // KR_HashTable — keys of type K, unique, each with a value of type V. The table owns copies of
 // both (made through KR_ElemCopy, so a copy that does not arrive is KR_RET_ERR_MEM and changes
@@ -213,7 +234,7 @@ unsigned char KR_HashEntry<K, V>::operator==(const KR_HashEntry<K, V>& other) co
         return 0;
     }
     if (&other == this) return 1;
-    // Some key and value types (the variant) compare through non-const operands although the
+    // Some key types (the variant array) compare through non-const operands, although the
     // comparison changes nothing.
     K& mine = const_cast<K&>(key);
     V& mineData = const_cast<V&>(data);
@@ -330,7 +351,7 @@ KR_RET_STATUS KR_HashTable<K, V>::deleteEntry(K& key) {
             endWalk(*list, mark, kNoEntry);
             return st;
         }
-        if (entry->key == key) {
+        if (krInternal::sameHashKey(entry->key, key)) {
             // key may be the entry's own key (a callback of iterate deleting its entry): it is
             // not read once the entry is gone.
             if (releaseFunc_ != nullptr) releaseFunc_(entry->key, entry->data);
@@ -409,7 +430,7 @@ typename KR_HashTable<K, V>::Entry* KR_HashTable<K, V>::findIn(Bucket& list, K& 
     while (!list.curIsNull()) {
         Entry* entry = nullptr;
         if (KRI_FAILED(list.getCurElem(&entry))) break;
-        if (entry->key == key) {
+        if (krInternal::sameHashKey(entry->key, key)) {
             found = entry;
             break;
         }

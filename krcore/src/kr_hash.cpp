@@ -2,6 +2,7 @@
 #include "kr_hash.h"
 
 #include <stdio.h>
+#include <string.h>
 
 #include "kr_cnumber.h"
 #include "kr_endian.h"
@@ -12,11 +13,23 @@
 
 namespace {
 
-// Adds the characters of text to sum, each as a signed 8-bit value; the sum wraps at 2^32.
+// Adds the characters of text to sum, each as a signed 8-bit value; the sum wraps at 2^32. The
+// length comes first (the C library measures it word by word), and four partial sums then run
+// side by side instead of waiting on one another.
 unsigned int addChars(unsigned int sum, const char* text) {
-    for (; *text != '\0'; ++text)
-        sum += static_cast<unsigned int>(static_cast<int>(static_cast<signed char>(*text)));
-    return sum;
+    size_t n = strlen(text);
+    const signed char* chars = reinterpret_cast<const signed char*>(text);
+    unsigned int s0 = sum, s1 = 0, s2 = 0, s3 = 0;
+    size_t i = 0;
+    for (; i + 4 <= n; i += 4) {
+        s0 += static_cast<unsigned int>(static_cast<int>(chars[i]));
+        s1 += static_cast<unsigned int>(static_cast<int>(chars[i + 1]));
+        s2 += static_cast<unsigned int>(static_cast<int>(chars[i + 2]));
+        s3 += static_cast<unsigned int>(static_cast<int>(chars[i + 3]));
+    }
+    for (; i < n; ++i)
+        s0 += static_cast<unsigned int>(static_cast<int>(chars[i]));
+    return s0 + s1 + s2 + s3;
 }
 
 // Adds the characters of the text form of v to sum. False when v has no text form: a null
