@@ -217,8 +217,8 @@ TEST(Var, OrderAndTolerance) {
 
 TEST(Var, ArithmeticPromotesAndRefuses) {
     EXPECT_EQ(KR_VAR_INT, KR_resultArgType(KR_VAR_UINT, KR_VAR_INT));
-    EXPECT_EQ(0, KR_resultArgType(KR_VAR_WILD, KR_VAR_WILD));
-    EXPECT_EQ(0, KR_resultArgType(KR_VAR_PUBOBJ, KR_VAR_INT));
+    EXPECT_EQ(0, static_cast<int>(KR_resultArgType(KR_VAR_WILD, KR_VAR_WILD)));
+    EXPECT_EQ(0, static_cast<int>(KR_resultArgType(KR_VAR_PUBOBJ, KR_VAR_INT)));
     EXPECT_EQ(KR_VAR_ULONG, KR_resultArgType(KR_VAR_INT, KR_VAR_ULONG));
     KR_Var s("ab"), w(L"cd"), i(7), u(2u), d(0.5), zero(0), low(INT_MIN), minus(-1);
     EXPECT_TRUE(KR_Var::compatibleMathArgs(s, w));

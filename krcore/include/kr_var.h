@@ -113,10 +113,10 @@ public:
     // The string forms copy the text (a null text gives a null string of that type).
     KR_Var(char* text, unsigned char lockType = 0);
     KR_Var(const char* text, unsigned char lockType = 0);
-    KR_Var(KR_String& text, unsigned char lockType = 0);
+    KR_Var(const KR_String& text, unsigned char lockType = 0);
     KR_Var(wchar_t* text, unsigned char lockType = 0);
     KR_Var(const wchar_t* text, unsigned char lockType = 0);
-    KR_Var(KR_StringW& text, unsigned char lockType = 0);
+    KR_Var(const KR_StringW& text, unsigned char lockType = 0);
     KR_Var(void* pointer, unsigned char lockType = 0);
     // Takes ownership of object.
     KR_Var(KR_PubObjVar* object, unsigned char lockType = 0);
@@ -143,10 +143,10 @@ public:
     KR_Var& operator=(double value);
     KR_Var& operator=(char* text);
     KR_Var& operator=(const char* text);
-    KR_Var& operator=(KR_String& text);
+    KR_Var& operator=(const KR_String& text);
     KR_Var& operator=(wchar_t* text);
     KR_Var& operator=(const wchar_t* text);
-    KR_Var& operator=(KR_StringW& text);
+    KR_Var& operator=(const KR_StringW& text);
     KR_Var& operator=(void* pointer);
     // Takes ownership of object.
     KR_Var& operator=(KR_PubObjVar* object);
@@ -304,10 +304,15 @@ public:
                          KR_STORAGE_TYPE storage) override;
     // Tagged text: "<var>", "<type>NAME</type>", the value lines, "</var>". The reader skips
     // white space between tags and around numbers; a STRING value is everything between
-    // "<value>" and the next "</value>" as it stands, a CHAR value exactly one byte. KR_RET_FALSE
-    // (no report, nothing changed) when no "<var>" comes before the end of the file; an entry
-    // that starts but is malformed (unknown type name, a missing tag, an odd or non-numeric
-    // STRINGW) is reported with KR_RET_ERR_FILE and leaves the variant unchanged.
+    // "<value>" and the next "</value>" as it stands (a text that holds "</value>" does not read
+    // back whole; an empty one reads as the null string), a CHAR value exactly one byte, a
+    // pointer the hexadecimal digits "%p" writes ("0x" optional, "(nil)" null). KR_RET_FALSE (no
+    // report, nothing changed) when only white space comes before the end of the file; anything
+    // else than "<var>" there, and an entry that is malformed (unknown type name, a missing tag,
+    // a number beyond its type, such as a long beyond this platform's long, an odd or
+    // non-numeric STRINGW), is reported with KR_RET_ERR_FILE and leaves the variant unchanged.
+    // A restore sets the type it read whatever the lock, keeps lock flag and length limit, and
+    // cuts a text to that limit.
     KR_RET_STATUS persist(KR_Version& version, KR_FileAscii& file) override;
     KR_RET_STATUS persist(KR_Version& version, KR_FileBinary& file, unsigned int& written) override;
     KR_RET_STATUS restore(KR_Version& version, KR_FileAscii& file) override;
@@ -397,7 +402,7 @@ KR_API KR_RET_STATUS KR_str2TypeW(const wchar_t* text, KR_VAR_TYPE& type);
 // wins over its unsigned twin and a string over a number), 15 for two public objects; 0 when
 // there is none (Wild with Wild, one public object, a number outside 1..15).
 //   KR_resultArgType(KR_VAR_UINT, KR_VAR_INT)  ->  KR_VAR_INT
-KR_API int KR_resultArgType(KR_VAR_TYPE a, KR_VAR_TYPE b);
+KR_API KR_VAR_TYPE KR_resultArgType(KR_VAR_TYPE a, KR_VAR_TYPE b);
 // The variant type that an argument-map type stands for: 1..15 themselves, the aliases their
 // value type; 0 for KR_VAR_ID_NONE and unknown numbers.
 KR_API KR_VAR_TYPE KR_varAlias2Type(KR_VAR_TYPE_ID id);
@@ -432,7 +437,8 @@ KR_API KR_OStream& operator<<(KR_OStream& stream, KR_VAR_TYPE_ID id);
 // KR_VarArr — an array of variants with an order of its own: a shorter array is less than a
 // longer one whatever they hold, and arrays of one length compare element by element with the
 // variant order. All container operations of KR_Array<KR_Var> apply. Packed and persisted as its
-// element count followed by the elements.
+// element count followed by the elements. A construction or copy whose text or block did not
+// arrive is reported (KR_RET_ERR_MEM) and leaves an array that is not initialised.
 class KR_API KR_VarArr : public KR_Array<KR_Var>, public KR_Persistable {
 public:
     // n variants of the given type and lock flag. A type outside 1..15 is reported and leaves
@@ -472,6 +478,7 @@ public:
     unsigned int longestStrLeng();
     unsigned int numVarType(KR_VAR_TYPE type);
 
+    // The array's own flag: the container operations that check it see this one too.
     unsigned char objIsEnabled() override { return initialised_; }
 
     KR_RET_STATUS pack(KR_Version& version,
@@ -493,6 +500,15 @@ public:
 
 private:
     int arrComp(KR_VarArr& other);
+    // Restores collect their elements in a staging array first. growStaged makes room for
+    // element index count, growing the array geometrically but never past limit elements, so
+    // that no claimed count is allocated before its elements arrive.
+    static KR_RET_STATUS growStaged(KR_Array<KR_Var>& staged,
+                                    unsigned int count,
+                                    unsigned int limit);
+    // Makes the first count staged elements this array's elements; the one allocation it needs
+    // leaves the array as it was when it fails.
+    KR_RET_STATUS adoptStaged(KR_Array<KR_Var>& staged, unsigned int count);
 
     unsigned char initialised_;
 };

@@ -91,7 +91,7 @@ KR_Var::KR_Var(const char* text, unsigned char lockType) : KR_Var(KR_VAR_STRING,
     copyStr(text);
 }
 
-KR_Var::KR_Var(KR_String& text, unsigned char lockType) : KR_Var(KR_VAR_STRING, lockType) {
+KR_Var::KR_Var(const KR_String& text, unsigned char lockType) : KR_Var(KR_VAR_STRING, lockType) {
     copyStr(text);
 }
 
@@ -103,7 +103,7 @@ KR_Var::KR_Var(const wchar_t* text, unsigned char lockType) : KR_Var(KR_VAR_STRI
     copyStrW(text);
 }
 
-KR_Var::KR_Var(KR_StringW& text, unsigned char lockType) : KR_Var(KR_VAR_STRINGW, lockType) {
+KR_Var::KR_Var(const KR_StringW& text, unsigned char lockType) : KR_Var(KR_VAR_STRINGW, lockType) {
     copyStrW(text);
 }
 
@@ -203,7 +203,7 @@ KR_Var& KR_Var::operator=(const char* text) {
     return *this;
 }
 
-KR_Var& KR_Var::operator=(KR_String& text) {
+KR_Var& KR_Var::operator=(const KR_String& text) {
     KR_setUserError(0);
     copyStr(text);
     return *this;
@@ -221,7 +221,7 @@ KR_Var& KR_Var::operator=(const wchar_t* text) {
     return *this;
 }
 
-KR_Var& KR_Var::operator=(KR_StringW& text) {
+KR_Var& KR_Var::operator=(const KR_StringW& text) {
     KR_setUserError(0);
     copyStrW(text);
     return *this;

@@ -463,9 +463,10 @@ KR_Var KR_Var::compute(KR_Var& left, KR_Var& right, int op) {
     return result;
 }
 
-int KR_resultArgType(KR_VAR_TYPE a, KR_VAR_TYPE b) {
+KR_VAR_TYPE KR_resultArgType(KR_VAR_TYPE a, KR_VAR_TYPE b) {
     if (a == KR_VAR_PUBOBJ && b == KR_VAR_PUBOBJ) return KR_VAR_PUBOBJ;
-    if (a == KR_VAR_PUBOBJ || b == KR_VAR_PUBOBJ || !validType(a) || !validType(b)) return 0;
-    int larger = a > b ? a : b;
-    return larger == KR_VAR_WILD ? 0 : larger;
+    KR_VAR_TYPE none = static_cast<KR_VAR_TYPE>(0);
+    if (a == KR_VAR_PUBOBJ || b == KR_VAR_PUBOBJ || !validType(a) || !validType(b)) return none;
+    KR_VAR_TYPE larger = a > b ? a : b;
+    return larger == KR_VAR_WILD ? none : larger;
 }
