@@ -330,9 +330,24 @@ TEST(HashFunctions, ExactValues) {
                           : "",
                   capture.located());
     }
+    const std::string arg = statusReport("src/kr_hash", "Error on function input arguments");
     capture.clear();
     EXPECT_EQ(7u, KR_defHashFuncGUIDKey(nullptr, 7));
-    EXPECT_EQ(statusReport("src/kr_hash", "Error on function input arguments"), capture.located());
+    EXPECT_EQ(arg, capture.located());
+    // An array sums the texts of all its elements, and keys a table of its own.
+    KR_VarArr none, pair(2), wild(2);
+    pair[0] = 12u;
+    pair[1] = "ab";
+    EXPECT_EQ(0u, KR_defHashFuncVarArrKey(none, 7));
+    EXPECT_EQ(('1' + '2' + 'a' + 'b') % 1000u, KR_defHashFuncVarArrKey(pair, 1000));
+    capture.clear();
+    EXPECT_EQ(7u, KR_defHashFuncVarArrKey(wild, 7));
+    EXPECT_EQ(arg, capture.located());
+    KR_HashTable<KR_VarArr, KR_Var> byArray(16, KR_defHashFuncVarArrKey, nullptr);
+    KR_Var one(1);
+    EXPECT_KR_OK(byArray.addEntry(pair, one));
+    EXPECT_KR_OK(byArray.hasEntry(pair));
+    EXPECT_KR_STATUS(KR_RET_FALSE, byArray.hasEntry(none));
     // A pointer is hashed through its "%p" text, which the C runtimes write differently; a
     // floating text keeps the C locale's point whatever the host sets.
     KR_Var pointer(static_cast<void*>(&releases));
