@@ -7,6 +7,7 @@
 // exporting every member from the declaration's attribute.
 #include "kr_array_impl.h"
 #include "kr_container.h"
+#include "kr_hash_impl.h"
 #include "kr_iterator_impl.h"
 #include "kr_list_impl.h"
 #include "kr_queue_impl.h"
@@ -67,3 +68,19 @@ template class KR_OrdContainer<KR_VAR_TYPE>;
 template class KR_I_Iterator<KR_VAR_TYPE>;
 template class KR_IndContainer<KR_VAR_TYPE>;
 template class KR_Array<KR_VAR_TYPE>;
+
+template class KR_HashEntry<KR_Var, KR_Var>;
+template struct KR_IteratorElem<KR_HashEntry<KR_Var, KR_Var>>;
+template class KR_Container<KR_HashEntry<KR_Var, KR_Var>>;
+template class KR_OrdContainer<KR_HashEntry<KR_Var, KR_Var>>;
+template class KR_I_Iterator<KR_HashEntry<KR_Var, KR_Var>>;
+template class KR_IndContainer<KR_HashEntry<KR_Var, KR_Var>>;
+template class KR_LNode<KR_HashEntry<KR_Var, KR_Var>>;
+template class KR_LList<KR_HashEntry<KR_Var, KR_Var>>;
+template struct KR_IteratorElem<KR_LList<KR_HashEntry<KR_Var, KR_Var>>>;
+template class KR_Container<KR_LList<KR_HashEntry<KR_Var, KR_Var>>>;
+template class KR_OrdContainer<KR_LList<KR_HashEntry<KR_Var, KR_Var>>>;
+template class KR_I_Iterator<KR_LList<KR_HashEntry<KR_Var, KR_Var>>>;
+template class KR_IndContainer<KR_LList<KR_HashEntry<KR_Var, KR_Var>>>;
+template class KR_Array<KR_LList<KR_HashEntry<KR_Var, KR_Var>>>;
+template class KR_HashTable<KR_Var, KR_Var>;
