@@ -4,6 +4,7 @@
 #include <stdint.h>
 #include <wchar.h>
 
+#include <functional>
 #include <memory>
 #include <random>
 #include <string>
@@ -349,14 +350,43 @@ TEST(Var, BadBinaryInputLeavesVariantUnchanged) {
 TEST(Var, FailedCopiesChangeNothing) {
     KR_REQUIRE_FAULT_INJECTION();
     krtest::ReportCapture capture;
-    KR_Var target("old");
+    KR_Version version;
+    KR_Var packedText(L"packed \u00e9");
+    std::vector<char> packed(packedText.getPackedSize(version, KR_STORAGE_BINARY));
+    unsigned int used = 0;
+    ASSERT_KR_OK(packedText.pack(version, packed.data(), used, KR_STORAGE_BINARY));
     KR_Var source("new text");
-    krtest::forEachAllocationFailure(
-            [&] {
-                target = source;
-                return KR_RET_TRUE;
-            },
-            [&](KR_RET_STATUS, unsigned long) { EXPECT_STREQ("old", target.str()); });
+
+    // Each operation on a variant holding "old": every failed allocation answers
+    // KR_RET_ERR_MEM and leaves "old" in place.
+    const struct {
+        const char* name;
+        std::function<KR_RET_STATUS(KR_Var&)> op;
+    } rows[] = {
+            {"assign a variant", [&](KR_Var& v) { return (v = source, KR_RET_TRUE); }},
+            {"assign a text", [](KR_Var& v) { return (v = "abc", KR_RET_TRUE); }},
+            {"set a text", [](KR_Var& v) { return v.set(KR_VAR_STRING, (void*)"abc"); }},
+            {"widen", [](KR_Var& v) { return v.cast(KR_VAR_STRINGW); }},
+            {"parse into", [](KR_Var& v) { return KR_str2ValW(v, L"parsed"); }},
+            {"unpack",
+             [&](KR_Var& v) { return v.unpack(version, packed.data(), used, KR_STORAGE_BINARY); }},
+    };
+
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        krtest::forEachAllocationFailure(
+                [] { return std::make_unique<KR_Var>("old"); },
+                [&](std::unique_ptr<KR_Var>& v) {
+                    KR_clearStatusCode();
+                    KR_RET_STATUS status = row.op(*v);
+                    return KR_getStatusCode() == KR_RET_ERR_MEM ? KR_RET_ERR_MEM : status;
+                },
+                [](std::unique_ptr<KR_Var>& v, KR_RET_STATUS status, unsigned long) {
+                    EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
+                    EXPECT_EQ(KR_VAR_STRING, v->varType());
+                    EXPECT_STREQ("old", v->str());
+                });
+    }
     KR_Array<KR_Var> array(2);
     array[0] = "a";
     array[1] = L"b";
