@@ -49,6 +49,14 @@ int createNewFileW(const wchar_t* path);
 // Removes a file or an empty directory; 0, or the errno value.
 int removePath(const char* path);
 int removePathW(const wchar_t* path);
+// Makes the file's contents durable: they reach the disk before this returns (fsync on POSIX,
+// FlushFileBuffers on Windows). 0, or the errno value (on Windows EACCES or EIO).
+int syncFileW(const wchar_t* path);
+// Renames the file from to the name to in one step, replacing a file of that name: a reader
+// finds either the old file or the new one, never a part. Both names must be on one volume.
+// POSIX rename; Windows MoveFileExW with MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH.
+// 0, or the errno value (on Windows EACCES for every refusal other than a missing file).
+int replaceFileW(const wchar_t* from, const wchar_t* to);
 // value := a wide environment variable as a new heap text (krInternal allocator, free()), or null
 // when it is not set or does not convert. 0, or ENOMEM (value null) when memory ran out.
 int getEnvW(const wchar_t* name, wchar_t*& value);

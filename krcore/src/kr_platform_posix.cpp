@@ -507,6 +507,28 @@ int removePathW(const wchar_t* path) {
     return result < 0 ? errno : result;
 }
 
+int syncFileW(const wchar_t* path) {
+    int result = withNarrowName(path, -1, [](const char* narrow) {
+        int fd = open(narrow, O_WRONLY);
+        if (fd < 0) return errno;
+        int synced = fsync(fd) == 0 ? 0 : errno;
+        close(fd);
+        return synced;
+    });
+    return result < 0 ? errno : result;
+}
+
+int replaceFileW(const wchar_t* from, const wchar_t* to) {
+    char* narrowFrom = narrowName(from);
+    if (narrowFrom == nullptr) return errno;
+    int result = withNarrowName(to, -1, [narrowFrom](const char* narrowTo) {
+        return rename(narrowFrom, narrowTo) == 0 ? 0 : errno;
+    });
+    if (result < 0) result = errno;
+    krInternal::freeBlock(narrowFrom);
+    return result;
+}
+
 int getEnvW(const wchar_t* name, wchar_t*& value) {
     value = nullptr;
     char* narrow = narrowName(name);

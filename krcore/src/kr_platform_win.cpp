@@ -115,6 +115,29 @@ int removePathW(const wchar_t* path) {
     return _wremove(path) == 0 ? 0 : errno;
 }
 
+int syncFileW(const wchar_t* path) {
+    HANDLE file = CreateFileW(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return EACCES;
+    int synced = FlushFileBuffers(file) ? 0 : EIO;
+    CloseHandle(file);
+    return synced;
+}
+
+int replaceFileW(const wchar_t* from, const wchar_t* to) {
+    if (MoveFileExW(from, to, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) return 0;
+    switch (GetLastError()) {
+        case ERROR_FILE_NOT_FOUND:
+        case ERROR_PATH_NOT_FOUND:
+            return ENOENT;
+        case ERROR_NOT_ENOUGH_MEMORY:
+        case ERROR_OUTOFMEMORY:
+            return ENOMEM;
+        default:
+            return EACCES;
+    }
+}
+
 int getEnvW(const wchar_t* name, wchar_t*& value) {
     const wchar_t* text = _wgetenv(name);
     value = krInternal::dupTextW(text);
