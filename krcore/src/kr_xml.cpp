@@ -12,6 +12,7 @@
 #include "kr_strbase.h"
 #include "kr_strcore.h"
 #include "kr_textbuffer.h"
+#include "kr_xmlentry.h"
 
 #define KRI_UNIT "src/kr_xml"
 
@@ -110,6 +111,23 @@ KR_RET_STATUS readTagRest(KR_FileAscii& file, TextBuffer<char>& spill, TagText& 
                              : static_cast<size_t>(static_cast<const char*>(zero) - tag.rest);
     return KR_RET_TRUE;
 }
+
+// A block handed out as it is, with the members of the string classes that the readers use:
+// the library's own readers of many entries keep the blocks without copying them.
+template <class Char>
+struct RawText {
+    Char* text = nullptr;
+
+    unsigned char objIsEnabled() const { return 1; }
+
+    KR_RET_STATUS assignPtr(Char* block) {
+        krInternal::freeBlock(text);
+        text = block;
+        return KR_RET_TRUE;
+    }
+
+    operator const Char*() const { return text; }
+};
 
 // Reads the next tag of the kind, checked against match, into out when it is given (the
 // closing tag of an entry is only checked). Outputs are set with assignPtr, which does not look
@@ -482,4 +500,13 @@ KR_RET_STATUS KR_xmlReadTagEntry(KR_String& content, KR_String& tag, KR_FileAsci
 KR_RET_STATUS KR_xmlReadTagEntryW(KR_StringW& content, KR_String& tag, KR_FileAscii& file) {
     KR_setUserError(0);
     return readEntry<wchar_t>(content, &tag, file, nullptr, nullptr);
+}
+
+KR_RET_STATUS krInternal::xmlReadEntryW(KR_FileAscii& file, char*& tag, wchar_t*& content) {
+    RawText<char> rawTag;
+    RawText<wchar_t> rawContent;
+    KR_RET_STATUS status = readEntry<wchar_t>(rawContent, &rawTag, file, nullptr, nullptr);
+    tag = rawTag.text;
+    content = rawContent.text;
+    return status;
 }
