@@ -1,9 +1,10 @@
-// kr_filecursor.h — inline access to a text file's buffer, for the library's scanners.
+// kr_filecursor.h — inline access to a text file's buffer, for the library's scanners and writers.
 // The tag reader takes the position before every character and reads characters one at a time;
 // through the exported members each of those is a call into the library (and a clear of the user
 // error). While the bytes wanted are in the buffer, these read them in place with the same result;
 // otherwise, and for every failure, the caller goes through the public members, which fill the
-// buffer and report as usual.
+// buffer and report as usual. Writers that produce their text themselves hand it to the file's
+// buffer without a format to parse.
 #ifndef KRCORE_KR_FILECURSOR_H
 #define KRCORE_KR_FILECURSOR_H
 
@@ -45,6 +46,13 @@ public:
     static void skip(KR_FileAscii& file, size_t count) {
         KR_File& base = file;
         base.next_ += count;
+    }
+
+    // Writes size bytes at the position as print writes the text it formatted: all of them, or
+    // a failure status (reported).
+    static KR_RET_STATUS write(KR_FileAscii& file, const void* data, size_t size) {
+        KR_File& base = file;
+        return base.writeBytes(data, size);
     }
 };
 

@@ -15,6 +15,7 @@
 #include "kr_str.h"
 #include "kr_var.h"
 #include "kr_vcarray_impl.h"
+#include "kr_xml.h"
 
 template struct KR_IteratorElem<unsigned int>;
 template class KR_Container<unsigned int>;
@@ -84,3 +85,10 @@ template class KR_I_Iterator<KR_LList<KR_HashEntry<KR_Var, KR_Var>>>;
 template class KR_IndContainer<KR_LList<KR_HashEntry<KR_Var, KR_Var>>>;
 template class KR_Array<KR_LList<KR_HashEntry<KR_Var, KR_Var>>>;
 template class KR_HashTable<KR_Var, KR_Var>;
+
+template struct KR_IteratorElem<KR_XmlSetting>;
+template class KR_Container<KR_XmlSetting>;
+template class KR_OrdContainer<KR_XmlSetting>;
+template class KR_I_Iterator<KR_XmlSetting>;
+template class KR_IndContainer<KR_XmlSetting>;
+template class KR_Array<KR_XmlSetting>;
