@@ -13,6 +13,7 @@
 #include "kr_locale.h"
 #include "kr_platform.h"
 #include "kr_report.h"
+#include "kr_strcore.h"
 #include "kr_xml.h"
 #include "kr_xmlentry.h"
 
@@ -111,8 +112,9 @@ public:
         if (KRI_FAILED(status)) return status;
         for (size_t i = 0; i < count_; ++i) {
             KR_XmlSetting& setting = settings[static_cast<unsigned int>(i)];
-            setting.tag.assignPtr(entries_[i].tag);
-            setting.value.assignPtr(entries_[i].value);
+            // The new block's settings are empty: their strings take the texts as they are.
+            krInternal::adoptIntoEmpty(setting.tag, entries_[i].tag);
+            krInternal::adoptIntoEmpty(setting.value, entries_[i].value);
         }
         count_ = 0;
         return KR_RET_TRUE;
