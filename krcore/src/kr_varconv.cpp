@@ -121,34 +121,6 @@ KR_RET_STATUS KR_str2ValW(KR_Var& v, const wchar_t* text) {
 
 namespace {
 
-// Bytes of the value after the type word; texts count their own count word.
-unsigned int valueSize(const KR_Var& v) {
-    switch (v.varType()) {
-        case KR_VAR_UCHAR:
-        case KR_VAR_CHAR:
-            return 1;
-        case KR_VAR_USHORT:
-        case KR_VAR_SHORT:
-            return 2;
-        case KR_VAR_UINT:
-        case KR_VAR_INT:
-        case KR_VAR_FLOAT:
-        case KR_VAR_PUBOBJ:
-            return 4;
-        case KR_VAR_ULONG:
-        case KR_VAR_LONG:
-        case KR_VAR_DOUBLE:
-        case KR_VAR_PTR:
-            return 8;
-        case KR_VAR_STRING:
-            return 4 + krInternal::packedCount(v.str());
-        case KR_VAR_STRINGW:
-            return 4 + 2 * krInternal::packedCount(v.wstr());
-        default:
-            return 0;
-    }
-}
-
 // The fixed-width value as its little-endian bits (sign-extended for signed types).
 unsigned long long valueBits(const KR_Var& v) {
     switch (v.varType()) {
@@ -226,6 +198,14 @@ int fixedSize(unsigned int type) {
         default:
             return -1;
     }
+}
+
+// Bytes of the value after the type word; texts count their own count word.
+unsigned int valueSize(const KR_Var& v) {
+    if (v.varType() == KR_VAR_STRING) return 4 + krInternal::packedCount(v.str());
+    if (v.varType() == KR_VAR_STRINGW) return 4 + 2 * krInternal::packedCount(v.wstr());
+    int size = fixedSize(v.varType());
+    return size > 0 ? static_cast<unsigned int>(size) : 0;
 }
 
 // The value of type from its bits, in value; false when it does not fit this platform (a long
