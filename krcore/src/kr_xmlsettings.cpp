@@ -108,13 +108,20 @@ public:
     // Gives the settings to the list, whose old elements are dropped. Only the list's new block
     // can fail (KR_RET_ERR_MEM), and then the list stays as it was.
     KR_RET_STATUS handOver(KR_Array<KR_XmlSetting>& settings) {
+        unsigned int kept = settings.numElems();
         KR_RET_STATUS status = settings.reallocate(static_cast<unsigned int>(count_));
         if (KRI_FAILED(status)) return status;
         for (size_t i = 0; i < count_; ++i) {
             KR_XmlSetting& setting = settings[static_cast<unsigned int>(i)];
-            // The new block's settings are empty: their strings take the texts as they are.
-            krInternal::adoptIntoEmpty(setting.tag, entries_[i].tag);
-            krInternal::adoptIntoEmpty(setting.value, entries_[i].value);
+            if (i < kept) {
+                setting.tag.assignPtr(entries_[i].tag);
+                setting.value.assignPtr(entries_[i].value);
+            } else {
+                // Settings beyond the old length are new and empty: they take the texts as
+                // they are, without the assignment's bookkeeping.
+                krInternal::adoptIntoEmpty(setting.tag, entries_[i].tag);
+                krInternal::adoptIntoEmpty(setting.value, entries_[i].value);
+            }
         }
         count_ = 0;
         return KR_RET_TRUE;
