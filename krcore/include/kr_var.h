@@ -23,6 +23,11 @@ class KR_VarArr;
 template <>
 struct KR_ElemCopy<KR_Var>;
 
+namespace krInternal {
+// The library's own free functions that need a variant's private steps (kr_varconv.cpp).
+struct VarAccess;
+}  // namespace krInternal
+
 // The type of a variant's value. Numbers are fixed: they are packed and persisted. In each
 // unsigned/signed pair the unsigned type has the lower number.
 enum KR_VAR_TYPE {
@@ -321,6 +326,7 @@ public:
 private:
     friend struct KR_ElemCopy<KR_Var>;
     friend class KR_VarArr;
+    friend struct krInternal::VarAccess;
 
     union Value {
         char c;
@@ -353,6 +359,8 @@ private:
     KR_RET_STATUS copyFrom(const KR_Var& other, bool force);
     // Releases an owned string or object and zeroes the value; the type stays.
     void releaseValue();
+    // Cuts a held text to the length limit, in place (nothing can fail).
+    void cutToLimit();
     // Takes type and value from value (which is left Wild), keeping this variant's lock flag
     // and length limit; a text is cut to the limit. Nothing can fail.
     void adoptValue(KR_Var& value);

@@ -48,6 +48,19 @@ int nameIndex(int type) {
     return krInternal::validType(type) ? type : 0;
 }
 
+// The string copies of both widths: the new text is made before anything is released, so a
+// failed copy leaves the variant as it was.
+template <class C>
+KR_RET_STATUS prepareText(const C* text, int strLengMax, C*& copy) {
+    copy = nullptr;
+    if (text == nullptr) return KR_RET_TRUE;
+    size_t length = krInternal::textLength(text);
+    if (strLengMax >= 0 && length > static_cast<size_t>(strLengMax))
+        length = static_cast<size_t>(strLengMax);
+    copy = copyText(text, length);
+    return copy == nullptr ? KR_RET_ERR_MEM : KR_RET_TRUE;
+}
+
 }  // namespace
 
 // --- KR_Var ---
@@ -332,25 +345,11 @@ KR_RET_STATUS KR_Var::set(KR_VAR_TYPE type, void* p) {
     value.bits = 0;
     if (type == KR_VAR_STRING || type == KR_VAR_STRINGW) {
         // The text may be the variant's own: copy it before the old one is released.
-        void* copy = nullptr;
-        if (p != nullptr) {
-            copy = type == KR_VAR_STRING
-                           ? static_cast<void*>(krInternal::dupText(static_cast<const char*>(p)))
-                           : static_cast<void*>(
-                                     krInternal::dupTextW(static_cast<const wchar_t*>(p)));
-            if (copy == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
-        }
-        if (type == KR_VAR_STRING) {
-            value.str = static_cast<char*>(copy);
-            if (value.str != nullptr && strLengMax_ >= 0 &&
-                strlen(value.str) > static_cast<size_t>(strLengMax_))
-                value.str[strLengMax_] = '\0';
-        } else {
-            value.wstr = static_cast<wchar_t*>(copy);
-            if (value.wstr != nullptr && strLengMax_ >= 0 &&
-                wcslen(value.wstr) > static_cast<size_t>(strLengMax_))
-                value.wstr[strLengMax_] = L'\0';
-        }
+        KR_RET_STATUS status =
+                type == KR_VAR_STRING
+                        ? prepareText(static_cast<const char*>(p), strLengMax_, value.str)
+                        : prepareText(static_cast<const wchar_t*>(p), strLengMax_, value.wstr);
+        if (KRI_FAILED(status)) return KRI_FAIL(status);
     } else if (p != nullptr) {
         switch (type) {
             case KR_VAR_UCHAR:
@@ -404,12 +403,7 @@ KR_RET_STATUS KR_Var::setStrLengMax(int max) {
         return KR_RET_TRUE;
     }
     strLengMax_ = max;
-    // Cutting in place needs no copy, so it cannot fail.
-    size_t limit = static_cast<size_t>(max);
-    if (type_ == KR_VAR_STRING && value_.str != nullptr && strlen(value_.str) > limit)
-        value_.str[limit] = '\0';
-    if (type_ == KR_VAR_STRINGW && value_.wstr != nullptr && wcslen(value_.wstr) > limit)
-        value_.wstr[limit] = L'\0';
+    cutToLimit();
     return KR_RET_TRUE;
 }
 
@@ -481,23 +475,6 @@ KR_RET_STATUS KR_Var::cleanupDataMembers() {
     return KR_RET_TRUE;
 }
 
-namespace {
-
-// The string copies of both widths: the new text is made before anything is released, so a
-// failed copy leaves the variant as it was.
-template <class C>
-KR_RET_STATUS prepareText(const C* text, int strLengMax, C*& copy) {
-    copy = nullptr;
-    if (text == nullptr) return KR_RET_TRUE;
-    size_t length = krInternal::textLength(text);
-    if (strLengMax >= 0 && length > static_cast<size_t>(strLengMax))
-        length = static_cast<size_t>(strLengMax);
-    copy = copyText(text, length);
-    return copy == nullptr ? KR_RET_ERR_MEM : KR_RET_TRUE;
-}
-
-}  // namespace
-
 KR_RET_STATUS KR_Var::copyStr(const char* text) {
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
     if (lockType_ && type_ != KR_VAR_STRING) return KRI_FAIL(KR_RET_ERR_ARG);
@@ -554,6 +531,26 @@ KR_RET_STATUS KR_Var::copyFrom(const KR_Var& other, bool force) {
         reserved_ = other.reserved_;
     }
     return KR_RET_TRUE;
+}
+
+namespace {
+
+// text cut to max characters in place; a null text or a negative max leaves it as it is. Only
+// the first max characters are looked at.
+template <class C>
+void cutText(C* text, int max) {
+    if (text == nullptr || max < 0) return;
+    for (int k = 0; k < max; ++k) {
+        if (text[k] == C(0)) return;
+    }
+    text[max] = C(0);
+}
+
+}  // namespace
+
+void KR_Var::cutToLimit() {
+    if (type_ == KR_VAR_STRING) cutText(value_.str, strLengMax_);
+    if (type_ == KR_VAR_STRINGW) cutText(value_.wstr, strLengMax_);
 }
 
 void KR_Var::releaseValue() {

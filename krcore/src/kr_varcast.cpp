@@ -189,17 +189,7 @@ KR_RET_STATUS KR_Var::cast(KR_VAR_TYPE to) {
             if (text == nullptr) status = KR_RET_ERR_MEM;
         }
         if (KRI_FAILED(status)) return KRI_FAIL(status);
-        if (to == KR_VAR_STRING) {
-            result.str = static_cast<char*>(text);
-            if (result.str != nullptr && strLengMax_ >= 0 &&
-                strlen(result.str) > static_cast<size_t>(strLengMax_))
-                result.str[strLengMax_] = '\0';
-        } else {
-            result.wstr = static_cast<wchar_t*>(text);
-            if (result.wstr != nullptr && strLengMax_ >= 0 &&
-                wcslen(result.wstr) > static_cast<size_t>(strLengMax_))
-                result.wstr[strLengMax_] = L'\0';
-        }
+        result.ptr = text;
     } else if (to == KR_VAR_PTR) {
         if (type_ == KR_VAR_FLOAT || type_ == KR_VAR_DOUBLE) return KRI_FAIL(KR_RET_ERR_CALL);
         if (type_ == KR_VAR_STRING) {
@@ -290,6 +280,7 @@ KR_RET_STATUS KR_Var::cast(KR_VAR_TYPE to) {
     releaseValue();
     value_ = result;
     type_ = to;
+    cutToLimit();
     return KR_RET_TRUE;
 }
 

@@ -5,8 +5,6 @@
 #include <string.h>
 #include <wchar.h>
 
-#include <utility>
-
 #include "kr_alloc.h"
 #include "kr_endian.h"
 #include "kr_file.h"
@@ -16,6 +14,10 @@
 #include "kr_varobj.h"
 
 #define KRI_UNIT "src/kr_var"
+
+struct krInternal::VarAccess {
+    static void adoptValue(KR_Var& v, KR_Var& value) { v.adoptValue(value); }
+};
 
 namespace {
 
@@ -90,12 +92,8 @@ KR_RET_STATUS textToValue(KR_Var& v, const C* text, int line) {
         KR_RET_STATUS status = parsed.cast(type);
         if (KRI_FAILED(status)) return status;
     }
-    // The value moves in; v keeps its lock flag and cuts a text to its length limit.
-    unsigned char lockType = v.getLockVarType();
-    int strLengMax = v.getStrLengMax();
-    v = std::move(parsed);
-    v.setLockVarType(lockType);
-    v.setStrLengMax(strLengMax);
+    // The value moves in; v keeps its lock flag and length limit.
+    krInternal::VarAccess::adoptValue(v, parsed);
     return KR_RET_TRUE;
 }
 
@@ -425,11 +423,5 @@ void KR_Var::adoptValue(KR_Var& value) {
     type_ = value.type_;
     value.value_.bits = 0;
     value.type_ = KR_VAR_WILD;
-    size_t limit = static_cast<size_t>(strLengMax_);
-    if (strLengMax_ >= 0 && type_ == KR_VAR_STRING && value_.str != nullptr &&
-        strlen(value_.str) > limit)
-        value_.str[limit] = '\0';
-    if (strLengMax_ >= 0 && type_ == KR_VAR_STRINGW && value_.wstr != nullptr &&
-        wcslen(value_.wstr) > limit)
-        value_.wstr[limit] = L'\0';
+    cutToLimit();
 }
