@@ -1,0 +1,2 @@
+// kr_operator.cpp — the operator base.
+#include "kr_operator.h"

@@ -1,0 +1,2 @@
+// kr_pubarg.cpp — public arguments.
+#include "kr_pubarg.h"

@@ -1,0 +1,2 @@
+// kr_pubdesc.cpp — service description tables.
+#include "kr_pubdesc.h"

@@ -1,0 +1,2 @@
+// kr_public.cpp — public classes and the class factory.
+#include "kr_public.h"

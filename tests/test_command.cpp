@@ -1,0 +1,2 @@
+// test_command.cpp
+#include <gtest/gtest.h>

@@ -1,0 +1,2 @@
+// test_dllmanager.cpp
+#include <gtest/gtest.h>

@@ -1,0 +1,2 @@
+// test_pipe.cpp
+#include <gtest/gtest.h>

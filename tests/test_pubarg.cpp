@@ -1,0 +1,2 @@
+// test_pubarg.cpp
+#include <gtest/gtest.h>

@@ -1,0 +1,2 @@
+// test_pubdesc.cpp
+#include <gtest/gtest.h>

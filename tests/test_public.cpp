@@ -1,0 +1,2 @@
+// test_public.cpp
+#include <gtest/gtest.h>
