@@ -67,6 +67,13 @@ private:
     unsigned int patch_;
 };
 
+// The version of these headers. A module compares the major number it was built with against the
+// library it runs with (KR_getKorvaneVersion) and refuses another major version: its interface
+// may differ.
+#define KR_KORVANE_VERSION_MAJOR 1
+#define KR_KORVANE_VERSION_MINOR 0
+#define KR_KORVANE_VERSION_PATCH 0
+
 // The library's own version, "1.0.0" (a constant text, not a copy).
 extern "C" KR_API const char* KR_getKorvaneVersion();
 
