@@ -11,6 +11,7 @@
 #include "kr_hash_impl.h"
 #include "kr_iterator_impl.h"
 #include "kr_list_impl.h"
+#include "kr_pipe.h"
 #include "kr_queue_impl.h"
 #include "kr_stack_impl.h"
 #include "kr_str.h"
@@ -110,3 +111,9 @@ template class KR_IndContainer<KR_LList<KR_HashEntry<KR_String, KR_DllEntry>>>;
 template class KR_Array<KR_LList<KR_HashEntry<KR_String, KR_DllEntry>>>;
 template class KR_HashTable<KR_String, KR_DllEntry>;
 
+template struct KR_IteratorElem<KR_PipeEntry>;
+template class KR_Container<KR_PipeEntry>;
+template class KR_OrdContainer<KR_PipeEntry>;
+template class KR_I_Iterator<KR_PipeEntry>;
+template class KR_IndContainer<KR_PipeEntry>;
+template class KR_Array<KR_PipeEntry>;
