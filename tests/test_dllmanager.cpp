@@ -2,12 +2,9 @@
 // environment as one text.
 #include <stdlib.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <string>
-#include <vector>
 
 #include "container_model.h"
 #include "test_support.h"
@@ -101,39 +98,29 @@ TEST_F(DllManager, LoadsOnlyExistingFilesThatAreModules) {
 TEST_F(DllManager, MissingRegistryIsReportedAndNullArgumentsAreNot) {
     HMODULE h = nullptr;
     FARPROC p = nullptr;
-
-    struct Row {
-        const char* name;
-        std::function<KR_RET_STATUS()> op;
-        KR_RET_STATUS expected;
-        bool reported;
-    };
-
-    const Row rows[] = {
-            {"unload", [] { return KR_dllUnload(kModule); }, KR_RET_ERR_OBJ, true},
-            {"unload all", [] { return KR_dllUnloadAll(); }, KR_RET_ERR_OBJ, true},
-            {"handle", [&] { return KR_dllGetHandle(kModule, &h); }, KR_RET_ERR_OBJ, true},
-            {"proc", [&] { return KR_dllGetProcAddress(kModule, "f", &p); }, KR_RET_ERR_OBJ, true},
-            {"close", [] { return KR_dllEntryManagerClose(); }, KR_RET_TRUE, true},
-            {"load null", [] { return KR_dllLoad(nullptr); }, KR_RET_ERR_ARG, false},
-            {"unload null", [] { return KR_dllUnload(nullptr); }, KR_RET_ERR_ARG, false},
-            {"handle null", [&] { return KR_dllGetHandle(nullptr, &h); }, KR_RET_ERR_ARG, false},
-            {"handle to null", [] { return KR_dllGetHandle("x", nullptr); }, KR_RET_ERR_ARG, false},
-            {"proc null", [&] { return KR_dllGetProcAddress("x", nullptr, &p); }, KR_RET_ERR_ARG,
-             false},
-            {"proc to null", [] { return KR_dllGetProcAddress("x", "f", nullptr); }, KR_RET_ERR_ARG,
-             false},
-            {"init", [] { return KR_dllEntryManagerInit(); }, KR_RET_TRUE, false},
-            {"init again", [] { return KR_dllEntryManagerInit(); }, KR_RET_FALSE, false}};
     const std::string missing =
             krtest::statusReport(kUnit, "Required object or variable not initialized");
     krtest::ReportCapture capture;
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
+    auto expect = [&](const char* name, KR_RET_STATUS expected, KR_RET_STATUS status,
+                      const std::string& report) {
+        SCOPED_TRACE(name);
+        EXPECT_KR_STATUS(expected, status);
+        EXPECT_EQ(report, capture.located());
         capture.clear();
-        EXPECT_KR_STATUS(row.expected, row.op());
-        EXPECT_EQ(row.reported ? missing : "", capture.located());
-    }
+    };
+    expect("unload", KR_RET_ERR_OBJ, KR_dllUnload(kModule), missing);
+    expect("unload all", KR_RET_ERR_OBJ, KR_dllUnloadAll(), missing);
+    expect("handle", KR_RET_ERR_OBJ, KR_dllGetHandle(kModule, &h), missing);
+    expect("proc", KR_RET_ERR_OBJ, KR_dllGetProcAddress(kModule, "f", &p), missing);
+    expect("close", KR_RET_TRUE, KR_dllEntryManagerClose(), missing);
+    expect("load null", KR_RET_ERR_ARG, KR_dllLoad(nullptr), "");
+    expect("unload null", KR_RET_ERR_ARG, KR_dllUnload(nullptr), "");
+    expect("handle null", KR_RET_ERR_ARG, KR_dllGetHandle(nullptr, &h), "");
+    expect("handle to null", KR_RET_ERR_ARG, KR_dllGetHandle("x", nullptr), "");
+    expect("proc null", KR_RET_ERR_ARG, KR_dllGetProcAddress("x", nullptr, &p), "");
+    expect("proc to null", KR_RET_ERR_ARG, KR_dllGetProcAddress("x", "f", nullptr), "");
+    expect("init", KR_RET_TRUE, KR_dllEntryManagerInit(), "");
+    expect("init again", KR_RET_FALSE, KR_dllEntryManagerInit(), "");
 }
 
 TEST_F(DllManager, UnloadAllReleasesOnceAndKeepsTheEntries) {
@@ -199,34 +186,23 @@ TEST(Environment, GetEnvEndsEveryEntryWithTheSeparator) {
     ASSERT_KR_OK(KR_putEnv("KRTEST_ENV_A=alpha", nullptr));
     KR_String probe;
     ASSERT_KR_OK(KR_getEnv(probe, "\x01"));
-    std::vector<std::string> entries;
     std::string all = text(probe);
     ASSERT_EQ('\x01', all.back());
-    for (size_t at = 0, end; (end = all.find('\x01', at)) != std::string::npos; at = end + 1)
-        entries.push_back(all.substr(at, end - at));
-    EXPECT_NE(entries.end(), std::find(entries.begin(), entries.end(), "KRTEST_ENV_A=alpha"));
-
-    struct Row {
-        const char* name;
-        const char* separator;
-        const char* written;
-    };
-
-    const Row rows[] = {{"null", nullptr, "\r\n"}, {"empty", "", ""}, {"two chars", "%;", "%;"}};
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        std::string expected;
-        for (const std::string& entry : entries)
-            expected += entry + row.written;
+    EXPECT_NE(std::string::npos, ("\x01" + all).find("\x01KRTEST_ENV_A=alpha\x01"));
+    const char* const rows[][2] = {{nullptr, "\r\n"}, {"", ""}, {"%;", "%;"}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row[1]);
+        std::string expected = all;
+        for (size_t at = 0; (at = expected.find('\x01', at)) != std::string::npos;)
+            expected.replace(at, 1, row[1]);
         KR_String out("stale");
-        EXPECT_KR_OK(KR_getEnv(out, row.separator));
+        EXPECT_KR_OK(KR_getEnv(out, row[0]));
         EXPECT_EQ(expected, text(out));
     }
     KR_StringW wide(L"stale");
     EXPECT_KR_OK(KR_getEnvW(wide, nullptr));
-    std::wstring wideText = static_cast<const wchar_t*>(wide);
-    EXPECT_NE(std::wstring::npos, wideText.find(L"KRTEST_ENV_A=alpha\r\n"));
-    EXPECT_EQ(L"\r\n", wideText.substr(wideText.size() - 2));
+    std::wstring wideText = L"\r\n" + std::wstring(static_cast<const wchar_t*>(wide));
+    EXPECT_NE(std::wstring::npos, wideText.find(L"\r\nKRTEST_ENV_A=alpha\r\n"));
 }
 
 TEST(Environment, PutEnvSetsAndRemovesVariables) {
