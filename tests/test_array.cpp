@@ -188,6 +188,29 @@ TEST(Array, AllocationFailureLeavesArrayUnchanged) {
             {krtest::statusReport(kUnit, "Memory error")});
 }
 
+TEST(Array, MoveHandsBlocksOverWithoutAllocating) {
+    using Strings = KR_Array<KR_String>;
+    Strings a, b;
+    fill(a, {1, 2, 3});
+    fill(b, {4, 5});
+    a.setCurIndex(2);
+    b.setCurIndex(1);
+    const char* text = a[0];
+    unsigned long before = krTesting::allocationCount();
+    a = static_cast<Strings&&>(b);
+    // a's index 2 is outside its new length and goes to 0; b's index 1 is kept.
+    EXPECT_EQ((std::vector<unsigned int>{4, 5}), numbers(a));
+    EXPECT_EQ(0u, cursorIndex(a));
+    EXPECT_EQ((std::vector<unsigned int>{1, 2, 3}), numbers(b));
+    EXPECT_EQ(1u, cursorIndex(b));
+    Strings c(static_cast<Strings&&>(b));
+    EXPECT_EQ(before, krTesting::allocationCount());
+    EXPECT_EQ(text, static_cast<const char*>(c[0]));
+    EXPECT_EQ(0u, cursorIndex(c));
+    EXPECT_EQ(0u, b.numElems());
+    EXPECT_EQ(999u, cursorIndex(b));
+}
+
 TEST(Array, FailedConstructionLeavesUnusableArray) {
     KR_REQUIRE_FAULT_INJECTION();
     krtest::ReportCapture capture;

@@ -43,6 +43,18 @@ public:
     // (KR_RET_ERR_MEM) and changes nothing.
     KR_Array<T>& operator=(const KR_Array<T>& src);
 
+    // Takes other's block without allocating, so it never fails; other is left empty. The cursor
+    // starts on element 0 (null when empty), as a copy's does.
+    KRI_INLINE KR_Array(KR_Array<T>&& other) noexcept : KR_Array(0, 0) {
+        *this = static_cast<KR_Array<T>&&>(other);
+    }
+
+    // Exchanges the blocks (elements, lengths and rawCopy) of two initialised arrays without
+    // allocating: other is left with this array's old elements. Each cursor keeps its index when
+    // that index is still inside its new length, else goes to element 0, as after a copy. Either
+    // side not initialised: as the copy assignment.
+    KR_Array<T>& operator=(KR_Array<T>&& other) noexcept;
+
     T& operator[](unsigned int i) override;
     // Copies up to count elements of src from srcIndex into this array from dstIndex, never
     // growing this array. Both range ends are clamped to this array's last element: the source end
@@ -164,6 +176,9 @@ private:
 
     // Makes block (n elements, or null for 0) the array's storage and places the cursor at index.
     void adoptBlock(T* block, unsigned int n, unsigned int index);
+    // Makes block (n elements, or null for 0) and rawCopy the array's storage without releasing
+    // the old block; the cursor follows the rule of operator=.
+    void takeBlock(T* block, unsigned int n, unsigned char rawCopy);
 
     unsigned char initialised_;
     T* data_;  // exactly numElems_ elements; null exactly when numElems_ is 0
@@ -230,6 +245,19 @@ KR_Array<T>& KR_Array<T>::operator=(const KR_Array<T>& src) {
     adoptBlock(block, n, this->cur_.elem != nullptr && this->cur_.index < n ? this->cur_.index : 0);
     if (keepNull) nullCursor();
     rawCopy_ = src.rawCopy_;
+    return *this;
+}
+
+template <class T>
+KR_Array<T>& KR_Array<T>::operator=(KR_Array<T>&& other) noexcept {
+    krInternal::clearUserError();
+    if (&other == this) return *this;
+    if (!initialised_ || !other.initialised_) return *this = static_cast<const KR_Array<T>&>(other);
+    T* block = data_;
+    unsigned int n = this->numElems_;
+    unsigned char rawCopy = rawCopy_;
+    takeBlock(other.data_, other.numElems_, other.rawCopy_);
+    other.takeBlock(block, n, rawCopy);
     return *this;
 }
 
@@ -567,6 +595,20 @@ void KR_Array<T>::adoptBlock(T* block, unsigned int n, unsigned int index) {
     data_ = block;
     this->numElems_ = n;
     if (n > 0) {
+        placeCursor(index);
+    } else {
+        nullCursor();
+    }
+}
+
+template <class T>
+void KR_Array<T>::takeBlock(T* block, unsigned int n, unsigned char rawCopy) {
+    bool keepNull = n == this->numElems_ && this->cur_.elem == nullptr;
+    unsigned int index = this->cur_.elem != nullptr && this->cur_.index < n ? this->cur_.index : 0;
+    data_ = block;
+    this->numElems_ = n;
+    rawCopy_ = rawCopy;
+    if (n > 0 && !keepNull) {
         placeCursor(index);
     } else {
         nullCursor();

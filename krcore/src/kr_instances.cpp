@@ -7,9 +7,11 @@
 // exporting every member from the declaration's attribute.
 #include "kr_array_impl.h"
 #include "kr_container.h"
+#include "kr_dllmanager.h"
 #include "kr_hash_impl.h"
 #include "kr_iterator_impl.h"
 #include "kr_list_impl.h"
+#include "kr_pipe.h"
 #include "kr_queue_impl.h"
 #include "kr_stack_impl.h"
 #include "kr_str.h"
@@ -92,3 +94,26 @@ template class KR_OrdContainer<KR_XmlSetting>;
 template class KR_I_Iterator<KR_XmlSetting>;
 template class KR_IndContainer<KR_XmlSetting>;
 template class KR_Array<KR_XmlSetting>;
+
+template class KR_HashEntry<KR_String, KR_DllEntry>;
+template struct KR_IteratorElem<KR_HashEntry<KR_String, KR_DllEntry>>;
+template class KR_Container<KR_HashEntry<KR_String, KR_DllEntry>>;
+template class KR_OrdContainer<KR_HashEntry<KR_String, KR_DllEntry>>;
+template class KR_I_Iterator<KR_HashEntry<KR_String, KR_DllEntry>>;
+template class KR_IndContainer<KR_HashEntry<KR_String, KR_DllEntry>>;
+template class KR_LNode<KR_HashEntry<KR_String, KR_DllEntry>>;
+template class KR_LList<KR_HashEntry<KR_String, KR_DllEntry>>;
+template struct KR_IteratorElem<KR_LList<KR_HashEntry<KR_String, KR_DllEntry>>>;
+template class KR_Container<KR_LList<KR_HashEntry<KR_String, KR_DllEntry>>>;
+template class KR_OrdContainer<KR_LList<KR_HashEntry<KR_String, KR_DllEntry>>>;
+template class KR_I_Iterator<KR_LList<KR_HashEntry<KR_String, KR_DllEntry>>>;
+template class KR_IndContainer<KR_LList<KR_HashEntry<KR_String, KR_DllEntry>>>;
+template class KR_Array<KR_LList<KR_HashEntry<KR_String, KR_DllEntry>>>;
+template class KR_HashTable<KR_String, KR_DllEntry>;
+
+template struct KR_IteratorElem<KR_PipeEntry>;
+template class KR_Container<KR_PipeEntry>;
+template class KR_OrdContainer<KR_PipeEntry>;
+template class KR_I_Iterator<KR_PipeEntry>;
+template class KR_IndContainer<KR_PipeEntry>;
+template class KR_Array<KR_PipeEntry>;

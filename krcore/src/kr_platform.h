@@ -8,6 +8,8 @@
 #include <stdio.h>
 #include <wchar.h>
 
+#include "kr_dllmanager.h"
+
 namespace krPlatform {
 
 // Writes wide text to a C stream so that it interleaves with narrow text on that stream: on
@@ -75,6 +77,27 @@ unsigned long processId();
 bool systemTakesWide();
 // _wsystem where systemTakesWide(); -1 elsewhere.
 int systemWide(const wchar_t* command);
+
+// --- Modules and the environment (kr_dllmanager) ---
+// module := the module file at path, loaded, and nothing else: a bare name is taken from the
+// current directory, never from the loader's search path, and on Windows no ".dll" is added to a
+// name without extension. 0; ENOMEM when memory ran out; another errno value when the module
+// cannot be loaded. module is null unless the answer is 0.
+int loadModule(const char* path, HMODULE& module);
+// Undoes one loadModule; false when the platform refuses. A handle whose loads are all undone
+// already is refused harmlessly on every platform (FreeLibrary's behaviour; on POSIX the layer
+// keeps count itself, since dlclose on such a handle is undefined).
+bool freeModule(HMODULE module);
+// The function name exported by module; null when there is none or the module's loads are all
+// undone.
+FARPROC resolveProc(HMODULE module, const char* name);
+// Calls visit(entry, context) for every "name=value" entry of the process's narrow environment,
+// in the order of its block, until visit answers false. False when there is no block to visit.
+bool visitEnvironment(bool (*visit)(const char* entry, void* context), void* context);
+// Sets or, for "name=" with nothing after the '=', removes a variable, as the runtime's _putenv
+// and _wputenv do. 0, or an errno value (EINVAL for a text that is no assignment).
+int putEnv(const char* assignment);
+int putEnvW(const wchar_t* assignment);
 
 }  // namespace krPlatform
 

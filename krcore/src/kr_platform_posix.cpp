@@ -1,4 +1,5 @@
 // kr_platform_posix.cpp — the platform calls on POSIX systems (Linux).
+#include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
@@ -401,6 +402,47 @@ Result withNarrowName(const wchar_t* name, Result failed, Op op) {
     return result;
 }
 
+// --- Modules ---
+
+// A handle that loadModule gave out, with its loads not yet undone.
+struct ModuleLoads {
+    void* handle;
+    unsigned int loads;
+};
+
+// Every handle with loads outstanding. dlclose and dlsym on a handle whose loads are all undone
+// are undefined (the loader may have freed what the handle points to), so the layer refuses such
+// a handle itself, as Windows refuses a module that is no longer loaded. The block goes with the
+// last handle.
+ModuleLoads* moduleBook = nullptr;
+unsigned int moduleBookUsed = 0;
+unsigned int moduleBookSize = 0;
+
+ModuleLoads* findModule(void* handle) {
+    for (unsigned int i = 0; i < moduleBookUsed; ++i) {
+        if (moduleBook[i].handle == handle) return &moduleBook[i];
+    }
+    return nullptr;
+}
+
+// Room for one more handle, made before a load so that recording it cannot fail.
+bool reserveModuleSlot() {
+    if (moduleBookUsed < moduleBookSize) return true;
+    unsigned int size = moduleBookSize == 0 ? 8 : moduleBookSize * 2;
+    void* block = krInternal::reallocBlock(moduleBook, size * sizeof(ModuleLoads));
+    if (block == nullptr) return false;
+    moduleBook = static_cast<ModuleLoads*>(block);
+    moduleBookSize = size;
+    return true;
+}
+
+void releaseEmptyModuleBook() {
+    if (moduleBookUsed > 0) return;
+    krInternal::freeBlock(moduleBook);
+    moduleBook = nullptr;
+    moduleBookSize = 0;
+}
+
 }  // namespace
 
 namespace krPlatform {
@@ -572,6 +614,83 @@ bool systemTakesWide() {
 
 int systemWide(const wchar_t*) {
     return -1;
+}
+
+// --- Modules and the environment (kr_dllmanager) ---
+
+int loadModule(const char* path, HMODULE& module) {
+    module = nullptr;
+    // dlopen looks a name without '/' up on the loader's search path; "./" keeps it here.
+    char local[NAME_MAX + 3];
+    const char* name = path;
+    if (strchr(path, '/') == nullptr) {
+        size_t length = strlen(path);
+        if (length > NAME_MAX) return ENAMETOOLONG;
+        memcpy(local, "./", 2);
+        memcpy(local + 2, path, length + 1);
+        name = local;
+    }
+    if (!reserveModuleSlot()) return ENOMEM;
+    void* handle = dlopen(name, RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr) {
+        releaseEmptyModuleBook();
+        return ENOEXEC;
+    }
+    ModuleLoads* known = findModule(handle);
+    if (known != nullptr) {
+        ++known->loads;
+    } else {
+        moduleBook[moduleBookUsed++] = ModuleLoads{handle, 1};
+    }
+    module = handle;
+    return 0;
+}
+
+bool freeModule(HMODULE module) {
+    ModuleLoads* known = findModule(module);
+    if (known == nullptr || dlclose(module) != 0) return false;
+    if (--known->loads == 0) {
+        *known = moduleBook[--moduleBookUsed];
+        releaseEmptyModuleBook();
+    }
+    return true;
+}
+
+FARPROC resolveProc(HMODULE module, const char* name) {
+    if (findModule(module) == nullptr) return nullptr;
+    return reinterpret_cast<FARPROC>(dlsym(module, name));
+}
+
+bool visitEnvironment(bool (*visit)(const char* entry, void* context), void* context) {
+    if (environ == nullptr) return false;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        if (!visit(*entry, context)) break;
+    }
+    return true;
+}
+
+int putEnv(const char* assignment) {
+    const char* equals = strchr(assignment, '=');
+    if (equals == nullptr || equals == assignment) return EINVAL;
+    // setenv wants the name as a text of its own; names are short, so the stack serves them.
+    size_t length = static_cast<size_t>(equals - assignment);
+    char local[256];
+    char* name = local;
+    if (length >= sizeof local) {
+        name = static_cast<char*>(krInternal::allocBlock(length + 1));
+        if (name == nullptr) return ENOMEM;
+    }
+    memcpy(name, assignment, length);
+    name[length] = '\0';
+    int result = equals[1] == '\0' ? unsetenv(name) : setenv(name, equals + 1, 1);
+    int error = result == 0 ? 0 : errno;
+    if (name != local) krInternal::freeBlock(name);
+    return error;
+}
+
+int putEnvW(const wchar_t* assignment) {
+    int result = withNarrowName(assignment, -1, [](const char* narrow) { return putEnv(narrow); });
+    return result < 0 ? errno : result;
 }
 
 }  // namespace krPlatform

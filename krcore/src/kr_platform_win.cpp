@@ -180,6 +180,59 @@ int systemWide(const wchar_t* command) {
     return _wsystem(command);
 }
 
+// --- Modules and the environment (kr_dllmanager) ---
+
+int loadModule(const char* path, HMODULE& module) {
+    module = nullptr;
+    // LoadLibraryA looks a name without a directory up on the loader's search path and adds
+    // ".dll" to a name without extension: ".\\" before a bare name and a trailing "." (which
+    // the loader drops again) keep it to the file itself.
+    size_t length = strlen(path);
+    char local[MAX_PATH + 4];
+    if (length > MAX_PATH) return ENAMETOOLONG;
+    const char* base = path;
+    for (const char* p = path; *p != '\0'; ++p) {
+        if (*p == '/' || *p == '\\' || *p == ':') base = p + 1;
+    }
+    size_t at = 0;
+    if (base == path) {
+        memcpy(local, ".\\", 2);
+        at = 2;
+    }
+    memcpy(local + at, path, length);
+    at += length;
+    if (strchr(base, '.') == nullptr) local[at++] = '.';
+    local[at] = '\0';
+    module = LoadLibraryA(local);
+    return module != nullptr ? 0 : ENOEXEC;
+}
+
+bool freeModule(HMODULE module) {
+    return FreeLibrary(module) != 0;
+}
+
+FARPROC resolveProc(HMODULE module, const char* name) {
+    return GetProcAddress(module, name);
+}
+
+bool visitEnvironment(bool (*visit)(const char* entry, void* context), void* context) {
+    char* block = GetEnvironmentStringsA();
+    if (block == nullptr) return false;
+    for (const char* entry = block; *entry != '\0'; entry += strlen(entry) + 1) {
+        if (!visit(entry, context)) break;
+    }
+    FreeEnvironmentStringsA(block);
+    return true;
+}
+
+int putEnv(const char* assignment) {
+    return _putenv(assignment) == 0 ? 0 : errno;
+}
+
+int putEnvW(const wchar_t* assignment) {
+    return _wputenv(assignment) == 0 ? 0 : errno;
+}
+
 }  // namespace krPlatform
 
 // The module's load entry does nothing of the library's: start-up is explicit through KR_init.
