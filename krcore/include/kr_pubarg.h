@@ -41,7 +41,9 @@ enum KR_PUBARG_ASSIGN_METHOD : int {
 // Assignment is not copying: operator= changes only the values, by the assignment method, and
 // keeps name, description and the other properties; copy() and the copy constructor take
 // everything. operator== compares the values only, compare() the properties as well. Moving
-// exchanges contents and never allocates.
+// (what the containers do when they make room) exchanges everything and never allocates, so
+// assigning a temporary replaces the properties as well: arg = KR_PubArg(other) is a copy,
+// arg = other an assignment of values.
 //
 // Every operation that copies texts or values makes all its copies before it changes anything:
 // a copy that does not arrive is answered with KR_RET_ERR_MEM (reported where it failed) and
@@ -61,6 +63,7 @@ public:
     // to this argument's type, and taken only when that worked. Take type: src's values with
     // their type.
     KR_PubArg& operator=(const KR_PubArg& src);
+    // Exchanges values and properties with other.
     KR_PubArg& operator=(KR_PubArg&& other) noexcept;
     // The values only (variant-array order: Wild values never compare equal).
     unsigned char operator==(const KR_PubArg& other) const;
