@@ -24,7 +24,7 @@ class KR_Version;
 
 // Size of KR_NULL_PTR in bytes. Every element type that the library instantiates its containers
 // for fits into it (each such instantiation checks this at compile time).
-#define KR_NULL_PTR_SIZE 256
+#define KR_NULL_PTR_SIZE 512
 
 // KR_NULL_PTR — a zero-filled, maximally aligned block. An accessor that must return a reference
 // but fails (object not initialised, index out of range) returns this block reinterpreted as the

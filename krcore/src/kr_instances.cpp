@@ -12,6 +12,7 @@
 #include "kr_iterator_impl.h"
 #include "kr_list_impl.h"
 #include "kr_pipe.h"
+#include "kr_pubarg.h"
 #include "kr_queue_impl.h"
 #include "kr_stack_impl.h"
 #include "kr_str.h"
@@ -117,3 +118,10 @@ template class KR_OrdContainer<KR_PipeEntry>;
 template class KR_I_Iterator<KR_PipeEntry>;
 template class KR_IndContainer<KR_PipeEntry>;
 template class KR_Array<KR_PipeEntry>;
+
+template struct KR_IteratorElem<KR_PubArg>;
+template class KR_Container<KR_PubArg>;
+template class KR_OrdContainer<KR_PubArg>;
+template class KR_I_Iterator<KR_PubArg>;
+template class KR_IndContainer<KR_PubArg>;
+template class KR_Array<KR_PubArg>;
