@@ -325,4 +325,23 @@ TEST(CmdStack, FailedAllocationsKeepTheCallersCommand) {
             });
 }
 
+// Derived in a host module: the base's construction and destruction are exported.
+class Negate : public KR_Operator {
+public:
+    KR_RET_STATUS evaluate(KR_Array<KR_Var>& operands, KR_Var& result) override {
+        result = -operands[0].i();
+        return KR_RET_TRUE;
+    }
+};
+
+TEST(Operator, DerivedOperatorEvaluates) {
+    std::unique_ptr<KR_Operator> op = std::make_unique<Negate>();
+    KR_Array<KR_Var> operands(1);
+    operands[0] = 42;
+    KR_Var result;
+    EXPECT_KR_OK(op->evaluate(operands, result));
+    EXPECT_EQ(-42, result.i());
+    EXPECT_TRUE(op->objIsEnabled());
+}
+
 }  // namespace
