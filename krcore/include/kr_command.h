@@ -223,6 +223,8 @@ private:
     unsigned int count();
     // The command at index i (null past the end).
     KR_Command* at(unsigned int i);
+    // The command in store slot i, through the store; remembers the run of slots around it.
+    KR_Command* fetch(unsigned int i);
     // Deletes the oldest undo-side commands beyond the limit.
     void applyLimit();
     // Calls the clean callback when isClean() is no longer wasClean.
@@ -240,6 +242,15 @@ private:
     void* cleanContext_;
     // Shared with the stacks that share the store; null until the store is first shared.
     mutable Share* share_;
+    // The store's count, exact while share_ is null (this stack alone changes the store then).
+    unsigned int stored_;
+    // While share_ is null: store slots runFirst_ to runFirst_ + runSpan_ - 1, which lie one
+    // after another from run_. The store never moves nor frees a slot while it lives, and the
+    // run is dropped whenever commands leave the store, so undo and redo read their command
+    // without a call into the store.
+    KR_Command** run_;
+    unsigned int runFirst_;
+    unsigned int runSpan_;
 };
 
 #endif  // KRCORE_KR_COMMAND_H

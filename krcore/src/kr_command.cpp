@@ -352,6 +352,7 @@ KR_CmdStack& KR_CmdStack::operator=(const KR_CmdStack& other) {
         store_ = other.store_;
         initialised_ = 1;
     }
+    stored_ = other.stored_;
     position_ = other.position_;
     base_ = other.base_;
     cleanPos_ = other.cleanPos_;
@@ -382,14 +383,17 @@ KR_RET_STATUS KR_CmdStack::addCmd(KR_Command* cmd) {
     if (position_ > n) position_ = n;  // stale after another stack changed the store
     if (n > position_) {
         // Popped slots are free storage, so the push below cannot fail once one is popped.
+        runSpan_ = 0;
         for (; n > position_; --n) {
             KR_Command* discarded = store_->pop();
             delete discarded;
         }
+        stored_ = base_ + n;
         if (cleanPos_ != kNoClean && cleanPos_ > position_) cleanPos_ = kNoClean;
     }
     KR_RET_STATUS st = store_->push(cmd);
     if (KRI_FAILED(st)) return st;
+    ++stored_;
     ++position_;
     if (limit_ != 0) applyLimit();
     notifyClean(wasClean);
@@ -425,10 +429,12 @@ KR_RET_STATUS KR_CmdStack::clearUndoStack() {
     krInternal::clearUserError();
     if (!usable()) return KRI_FAIL(KR_RET_ERR_POBJ);
     bool wasClean = position_ == cleanPos_;
+    runSpan_ = 0;
     for (unsigned int n = store_->getNum(); n > 0; --n) {
         KR_Command* cmd = store_->pop();
         delete cmd;
     }
+    stored_ = 0;
     base_ = 0;
     position_ = 0;
     cleanPos_ = wasClean ? 0 : kNoClean;
@@ -592,6 +598,10 @@ KR_RET_STATUS KR_CmdStack::initDataMembers() {
     cleanChanged_ = nullptr;
     cleanContext_ = nullptr;
     share_ = nullptr;
+    stored_ = 0;
+    run_ = nullptr;
+    runFirst_ = 0;
+    runSpan_ = 0;
     return KR_RET_TRUE;
 }
 
@@ -611,6 +621,9 @@ KR_RET_STATUS KR_CmdStack::cleanupDataMembers() {
     position_ = 0;
     base_ = 0;
     cleanPos_ = 0;
+    stored_ = 0;
+    run_ = nullptr;
+    runSpan_ = 0;
     return KR_RET_TRUE;
 }
 
@@ -618,14 +631,31 @@ bool KR_CmdStack::usable() const {
     return initialised_ && (share_ == nullptr || share_->storeAlive);
 }
 
-unsigned int KR_CmdStack::count() {
-    unsigned int stored = store_->getNum();
+inline unsigned int KR_CmdStack::count() {
+    unsigned int stored = share_ == nullptr ? stored_ : store_->getNum();
     return stored > base_ ? stored - base_ : 0;
 }
 
-KR_Command* KR_CmdStack::at(unsigned int i) {
-    // Past the end the store answers with its null element.
-    return i < count() ? store_->peek(base_ + i) : nullptr;
+inline KR_Command* KR_CmdStack::at(unsigned int i) {
+    unsigned int slot = base_ + i;
+    if (share_ == nullptr && slot - runFirst_ < runSpan_) return run_[slot - runFirst_];
+    return fetch(slot);
+}
+
+KR_Command* KR_CmdStack::fetch(unsigned int i) {
+    // Past the end the store answers with its null element, which reads as a null command.
+    KR_Command* cmd = store_->peek(i);
+    if (share_ != nullptr || i >= stored_) return cmd;
+    // The slots of one storage block of the store (kStoreSlots of them from a multiple of
+    // kStoreSlots) lie one after another; the run is taken only when its two ends confirm it.
+    unsigned int first = i - i % kStoreSlots;
+    unsigned int end = stored_ - first < kStoreSlots ? stored_ : first + kStoreSlots;
+    KR_Command** head = &store_->peek(first);
+    if (&store_->peek(end - 1) != head + (end - 1 - first)) return cmd;
+    run_ = head;
+    runFirst_ = first;
+    runSpan_ = end - first;
+    return cmd;
 }
 
 void KR_CmdStack::applyLimit() {
@@ -645,14 +675,16 @@ void KR_CmdStack::applyLimit() {
     // The emptied slots are squeezed out once they outnumber the commands: each command is moved
     // at most once for every slot emptied before it, which keeps the limit O(1) per command.
     if (base_ == 0 || base_ < n) return;
+    runSpan_ = 0;
     for (unsigned int i = 0; i < n; ++i)
         store_->peek(i) = store_->peek(base_ + i);
     for (unsigned int k = 0; k < base_; ++k)
         store_->pop();
+    stored_ = n;
     base_ = 0;
 }
 
-void KR_CmdStack::notifyClean(bool wasClean) {
+inline void KR_CmdStack::notifyClean(bool wasClean) {
     if (cleanChanged_ == nullptr) return;
     bool clean = usable() && position_ == cleanPos_;
     if (clean != wasClean) cleanChanged_(clean, cleanContext_);
