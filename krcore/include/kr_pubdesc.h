@@ -114,22 +114,20 @@ static_assert(sizeof(KR_PubDescTable) == 13 * sizeof(uintptr_t),
 
 // --- Lookups ---
 // Every walk stops at the terminator of its table and never reorders it. The lookups return
-// pointers into the caller's tables.
+// pointers into the caller's tables, as plain pointers whatever the tables' constness.
 
 // Entries before the first null version; 0 for a null array.
 KR_API unsigned int KR_getNumPublicServices(const KR_PubService* services);
 // The entry whose version text equals version exactly and whose function number is function.
 // A null array or version, or a negative function: KR_RET_ERR_ARG reported, null.
-KR_API const KR_PubService* KR_findPublicService(const KR_PubService* services,
-                                                 const char* version,
-                                                 int function);
+KR_API KR_PubService* KR_findPublicService(const KR_PubService* services,
+                                           const char* version,
+                                           int function);
 // The first entry with that function name; null when none. A null array is reported
 // (KR_RET_ERR_ARG); a null name gives null without a report.
-KR_API const KR_PubService* KR_findPublicService(const KR_PubService* services,
-                                                 const wchar_t* name);
+KR_API KR_PubService* KR_findPublicService(const KR_PubService* services, const wchar_t* name);
 // The service pointer held in group whose service has that function name, as above.
-KR_API const KR_PubService* KR_findPublicService(const KR_PubService* const* group,
-                                                 const wchar_t* name);
+KR_API KR_PubService* KR_findPublicService(const KR_PubService* const* group, const wchar_t* name);
 // The number of entries of the service's input (output) argument map, counted up to the first
 // null name; 0 for a null map. A null service: KR_RET_ERR_ARG reported, 0.
 KR_API unsigned int KR_numDataInPortsFromPubService(const KR_PubService* service);
@@ -142,11 +140,11 @@ KR_API unsigned int KR_numDataInPortsFromPubServGrpList(const KR_PubServGrpList*
 KR_API unsigned int KR_numDataOutPortsFromPubServGrpList(const KR_PubServGrpList* list);
 // The first entry whose version text reads as version; null when none. A null list is reported
 // (KR_RET_ERR_ARG).
-KR_API const KR_PubServGrpList* KR_findVersionPubServGrpList(const KR_PubServGrpList* list,
-                                                             KR_Version& version);
+KR_API KR_PubServGrpList* KR_findVersionPubServGrpList(const KR_PubServGrpList* list,
+                                                       KR_Version& version);
 // The entry with the highest version; among equal versions the earliest. Null for an empty list;
 // a null list is reported (KR_RET_ERR_ARG).
-KR_API const KR_PubServGrpList* KR_mostRecentVersionPubServGrpList(const KR_PubServGrpList* list);
+KR_API KR_PubServGrpList* KR_mostRecentVersionPubServGrpList(const KR_PubServGrpList* list);
 // The highest version of the table's version list; 0.0.0 when the list is null or empty. A null
 // table is reported (KR_RET_ERR_ARG).
 KR_API KR_Version KR_mostRecentPubDescTableVersion(const KR_PubDescTable* table);

@@ -102,18 +102,18 @@ unsigned int KR_getNumPublicServices(const KR_PubService* services) {
     return count;
 }
 
-const KR_PubService* KR_findPublicService(const KR_PubService* services,
-                                          const char* version,
-                                          int function) {
+KR_PubService* KR_findPublicService(const KR_PubService* services,
+                                    const char* version,
+                                    int function) {
     KR_setUserError(0);
     if (services == nullptr || version == nullptr || function < 0) {
         KRI_FAIL(KR_RET_ERR_ARG);
         return nullptr;
     }
-    return krInternal::matchService(services, version, function);
+    return const_cast<KR_PubService*>(krInternal::matchService(services, version, function));
 }
 
-const KR_PubService* KR_findPublicService(const KR_PubService* services, const wchar_t* name) {
+KR_PubService* KR_findPublicService(const KR_PubService* services, const wchar_t* name) {
     KR_setUserError(0);
     if (services == nullptr) {
         KRI_FAIL(KR_RET_ERR_ARG);
@@ -121,12 +121,12 @@ const KR_PubService* KR_findPublicService(const KR_PubService* services, const w
     }
     if (name == nullptr) return nullptr;
     for (const KR_PubService* s = services; s->version != nullptr; ++s) {
-        if (KR_strcmpW(s->functionName, name) == 0) return s;
+        if (KR_strcmpW(s->functionName, name) == 0) return const_cast<KR_PubService*>(s);
     }
     return nullptr;
 }
 
-const KR_PubService* KR_findPublicService(const KR_PubService* const* group, const wchar_t* name) {
+KR_PubService* KR_findPublicService(const KR_PubService* const* group, const wchar_t* name) {
     KR_setUserError(0);
     if (group == nullptr) {
         KRI_FAIL(KR_RET_ERR_ARG);
@@ -135,7 +135,8 @@ const KR_PubService* KR_findPublicService(const KR_PubService* const* group, con
     if (name == nullptr) return nullptr;
     // A group ends with a pointer to a terminator entry; null pointers before it are skipped.
     for (const KR_PubService* const* s = group; *s == nullptr || (*s)->version != nullptr; ++s) {
-        if (*s != nullptr && KR_strcmpW((*s)->functionName, name) == 0) return *s;
+        if (*s != nullptr && KR_strcmpW((*s)->functionName, name) == 0)
+            return const_cast<KR_PubService*>(*s);
     }
     return nullptr;
 }
@@ -186,20 +187,20 @@ unsigned int KR_numDataOutPortsFromPubServGrpList(const KR_PubServGrpList* list)
     return KR_numDataOutPortsFromPubServGrp(list->services);
 }
 
-const KR_PubServGrpList* KR_findVersionPubServGrpList(const KR_PubServGrpList* list,
-                                                      KR_Version& version) {
+KR_PubServGrpList* KR_findVersionPubServGrpList(const KR_PubServGrpList* list,
+                                                KR_Version& version) {
     KR_setUserError(0);
     if (list == nullptr) {
         KRI_FAIL(KR_RET_ERR_ARG);
         return nullptr;
     }
     for (const KR_PubServGrpList* e = list; e->version != nullptr && e->services != nullptr; ++e) {
-        if (version == e->version) return e;
+        if (version == e->version) return const_cast<KR_PubServGrpList*>(e);
     }
     return nullptr;
 }
 
-const KR_PubServGrpList* KR_mostRecentVersionPubServGrpList(const KR_PubServGrpList* list) {
+KR_PubServGrpList* KR_mostRecentVersionPubServGrpList(const KR_PubServGrpList* list) {
     KR_setUserError(0);
     if (list == nullptr) {
         KRI_FAIL(KR_RET_ERR_ARG);
@@ -214,7 +215,7 @@ const KR_PubServGrpList* KR_mostRecentVersionPubServGrpList(const KR_PubServGrpL
             bestVersion = KR_Version(e->version);
         }
     }
-    return best;
+    return const_cast<KR_PubServGrpList*>(best);
 }
 
 KR_Version KR_mostRecentPubDescTableVersion(const KR_PubDescTable* table) {
