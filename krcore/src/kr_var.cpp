@@ -519,8 +519,8 @@ KR_RET_STATUS KR_Var::copyFrom(const KR_Var& other, bool force) {
         if (KRI_FAILED(prepareText(other.value_.wstr, limit, value.wstr)))
             return KRI_FAIL(KR_RET_ERR_MEM);
     } else if (other.type_ == KR_VAR_PUBOBJ && other.value_.obj != nullptr) {
-        value.obj = krInternal::copyPubObj(other.value_.obj);
-        if (value.obj == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
+        KR_RET_STATUS status = krInternal::copyPubObj(other.value_.obj, value.obj);
+        if (KRI_FAILED(status)) return status;
     }
     releaseValue();
     value_ = value;

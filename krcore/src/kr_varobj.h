@@ -15,9 +15,9 @@ namespace krInternal {
 
 // Deletes object (null does nothing).
 void releasePubObj(KR_PubObjVar* object);
-// A new copy of object owned by the caller; null when object is null or the copy failed
-// (reported).
-KR_PubObjVar* copyPubObj(KR_PubObjVar* object);
+// copy = a new object of object's class, made through the class factory and given object's
+// data with copyObj; the caller owns it. A failure is reported and leaves copy null.
+KR_RET_STATUS copyPubObj(KR_PubObjVar* object, KR_PubObjVar*& copy);
 // 0 when the two set objects are equal, otherwise 1.
 int comparePubObj(KR_PubObjVar* left, KR_PubObjVar* right);
 // The lines of a set object inside its "<value>": "<guid>...</guid>" and the object's own text.
