@@ -1,13 +1,14 @@
 // demo_host.cpp — a tour of the library as a host application uses it.
 // Starts the library, registers the host's own reporter, provokes a located error report, prints
 // statuses through the library's stream with and without a console handler, and compares
-// versions. Later families of the library add their stops to this tour.
+// versions, then takes a plug-in module through the public object model (demo_plugin.cpp).
 #include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
 
 #include <iostream>
 
+#include "demo.h"
 #include "krcore.h"
 
 namespace {
@@ -27,15 +28,9 @@ KR_RET_STATUS consoleHandler(char* text) {
     return KR_RET_TRUE;
 }
 
-void heading(const char* title) {
-    fflush(stdout);
-    std::cout.flush();
-    printf("\n== %s ==\n", title);
-}
-
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
     if (KR_init() > 2) {  // 0..2 are answers; failures start at 3
         fprintf(stderr, "KR_init failed\n");
         return 1;
@@ -123,8 +118,12 @@ int main() {
         KR_fileRemove(static_cast<const char*>(path));
     }
 
+    // The module to load: the command line's, else the sample module built beside this host.
+    int failed = pluginTour(argc > 1 ? argv[1] : KRDEMO_SAMPLE_MODULE);
+
+    heading("shutting down");
     KR_registerReporter(KR_defReporter);
     KR_close();
-    printf("\nkrcore closed\n");
-    return 0;
+    printf("krcore closed\n");
+    return failed;
 }
