@@ -141,7 +141,8 @@ private:
 // Clean state (off until a host uses it). A host marks the position where its document was
 // saved with setClean(); isClean() tells whether the stack stands there. A new stack is clean at
 // position 0. The callback set with setCleanChangedCallback is called with the new answer each
-// time an operation changes isClean(), after the operation is complete:
+// time an operation changes isClean(), after the operation is complete (it may ask the stack,
+// but should not change it):
 //  - undo and redo move the position and may reach or leave the clean position;
 //  - addCmd leaves it; when the clean position lies on the redo side that addCmd discards, it
 //    becomes unreachable: isClean() stays false until the next setClean();
@@ -170,8 +171,9 @@ public:
     unsigned char objIsEnabled() const;
 
     // Takes an executed command: discards the redo side (deleting its commands, newest first)
-    // and pushes cmd. Null: KR_RET_ERR_ARG. A failed push is returned with the position and
-    // count as they were; the command then stays the caller's, who must delete it.
+    // and pushes cmd, which must not be in the stack already. Null: KR_RET_ERR_ARG. A push needs
+    // new storage only when there is no redo side, so a failed push is returned with the
+    // position and count as they were; the command then stays the caller's, who must delete it.
     KR_RET_STATUS addCmd(KR_Command* cmd);
     // KR_RET_FALSE at position 0. Otherwise the position moves down and that command is undone;
     // its failure status is returned (the position stays moved), else KR_RET_TRUE.
