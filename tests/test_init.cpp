@@ -54,16 +54,20 @@ TEST(Init, AllocationFailuresAreReturned) {
                     EXPECT_EQ(nullptr, KR_defReporter);
                     EXPECT_EQ(&capture.reporter(), KR_msgReporter);
                 } else {
-                    EXPECT_EQ(nullptr, KR_coutPtr);
+                    // The stream (n == 2), then the managers' registries, each reported where
+                    // its allocation failed.
+                    EXPECT_EQ(n == 2, KR_coutPtr == nullptr);
                     EXPECT_EQ(KR_msgReporter, static_cast<KR_BaseReporter*>(KR_defReporter));
                 }
                 std::string report = n == 1 ? capture.text() : standardError;
-                EXPECT_NE(std::string::npos, report.find("src/kr_init: line "));
+                if (n <= 2) {
+                    EXPECT_NE(std::string::npos, report.find("src/kr_init: line "));
+                }
                 EXPECT_NE(std::string::npos, report.find(": \nMemory error\n\n"));
                 capture.clear();
                 KR_close();
             });
-    EXPECT_EQ(2, failures);
+    EXPECT_LE(5, failures);  // reporter, stream, and one registry per manager at least
     KR_close();
     restart();
 }
