@@ -73,7 +73,7 @@ void onCleanChanged(unsigned char clean, void*) {
 
 int pluginTour(const char* modulePath) {
     KR_OStream& out = *KR_coutPtr;
-    char* path = const_cast<char*>(modulePath);
+    const char* path = modulePath;
 
     heading("a plug-in module");
     printf("module file: %s\n", modulePath);
@@ -84,11 +84,11 @@ int pluginTour(const char* modulePath) {
     printf("a second KR_dllLoad answered %s: the module is loaded once and counted twice\n",
            answer(status));
     FARPROC proc = nullptr;
-    status = KR_dllGetProcAddress(path, const_cast<char*>(KRSAMPLE_REGISTER), &proc);
+    status = KR_dllGetProcAddress(path, KRSAMPLE_REGISTER, &proc);
     printf("KR_dllGetProcAddress(\"%s\") answered %s\n", KRSAMPLE_REGISTER, answer(status));
     if (proc == nullptr) return 1;
     KR_PubServGrpList* services = nullptr;
-    status = reinterpret_cast<KRSAMPLE_REGISTER_FUNC>(proc)(&services);
+    status = krsampleEntry<KRSAMPLE_REGISTER_FUNC>(proc)(&services);
     printf("the module registered its classes: %s\n", answer(status));
 
     heading("the module's service table");
@@ -181,12 +181,9 @@ int pluginTour(const char* modulePath) {
     }
 
     heading("unloading");
-    auto unregister = reinterpret_cast<KRSAMPLE_UNREGISTER_FUNC>(
-            [&]() -> FARPROC {
-                FARPROC p = nullptr;
-                KR_dllGetProcAddress(path, const_cast<char*>(KRSAMPLE_UNREGISTER), &p);
-                return p;
-            }());
+    proc = nullptr;
+    KR_dllGetProcAddress(path, KRSAMPLE_UNREGISTER, &proc);
+    auto unregister = krsampleEntry<KRSAMPLE_UNREGISTER_FUNC>(proc);
     if (unregister != nullptr) printf("the module unregistered: %s\n", answer(unregister()));
     status = KR_dllUnload(path);
     printf("KR_dllUnload answered %s: still loaded, once\n", answer(status));

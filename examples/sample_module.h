@@ -2,7 +2,7 @@
 // class it publishes and the pipe it feeds. The module itself is sample_module.cpp.
 //   KR_dllLoad(path);
 //   KR_dllGetProcAddress(path, KRSAMPLE_REGISTER, &proc);
-//   ((KRSAMPLE_REGISTER_FUNC)proc)(&services);   registers the classes, gives the service table
+//   krsampleEntry<KRSAMPLE_REGISTER_FUNC>(proc)(&services);   registers, gives the services
 #ifndef KRCORE_EXAMPLES_SAMPLE_MODULE_H
 #define KRCORE_EXAMPLES_SAMPLE_MODULE_H
 
@@ -21,6 +21,13 @@ typedef KR_RET_STATUS (*KRSAMPLE_UNREGISTER_FUNC)();
 // on its own, 1 when the module runs with a library of that version.
 #define KRSAMPLE_ACCEPTS_LIBRARY "krsample_acceptsLibrary"
 typedef unsigned char (*KRSAMPLE_ACCEPTS_LIBRARY_FUNC)(const char* version);
+
+// proc, resolved by KR_dllGetProcAddress, as the entry function type F. The cast goes through
+// the generic function pointer type, which compilers accept between any two function types.
+template <class F>
+inline F krsampleEntry(FARPROC proc) {
+    return reinterpret_cast<F>(reinterpret_cast<void (*)()>(proc));
+}
 
 // The Scaler: service "Scale" (version "1.0.0", function 1) multiplies a value by a factor. Its
 // objects run with one argument word, the address of the KR_Array<KR_PubArg> of its output

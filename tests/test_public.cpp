@@ -321,12 +321,12 @@ TEST_F(Factory, SampleModule) {
     ASSERT_KR_OK(KR_dllGetProcAddress(path, KRSAMPLE_REGISTER, &reg));
     ASSERT_KR_OK(KR_dllGetProcAddress(path, KRSAMPLE_UNREGISTER, &unreg));
     ASSERT_KR_OK(KR_dllGetProcAddress(path, KRSAMPLE_ACCEPTS_LIBRARY, &accepts));
-    auto acceptsLibrary = reinterpret_cast<KRSAMPLE_ACCEPTS_LIBRARY_FUNC>(accepts);
+    auto acceptsLibrary = krsampleEntry<KRSAMPLE_ACCEPTS_LIBRARY_FUNC>(accepts);
     EXPECT_TRUE(acceptsLibrary("1.9.3"));
     EXPECT_FALSE(acceptsLibrary("2.0.0"));
     EXPECT_FALSE(acceptsLibrary("0.9"));
     KR_PubServGrpList* services = nullptr;
-    ASSERT_KR_STATUS(KR_RET_TRUE, reinterpret_cast<KRSAMPLE_REGISTER_FUNC>(reg)(&services));
+    ASSERT_KR_STATUS(KR_RET_TRUE, krsampleEntry<KRSAMPLE_REGISTER_FUNC>(reg)(&services));
     ASSERT_NE(nullptr, services);
 
     KR_PubService* scale = KR_findPublicService(services->services, L"Scale");
@@ -359,7 +359,7 @@ TEST_F(Factory, SampleModule) {
     ASSERT_EQ(2u, stats.numElems());
     EXPECT_STREQ(L"Scaler objects alive: 0", static_cast<const wchar_t*>(stats[0]));
 
-    EXPECT_KR_STATUS(KR_RET_TRUE, reinterpret_cast<KRSAMPLE_UNREGISTER_FUNC>(unreg)());
+    EXPECT_KR_STATUS(KR_RET_TRUE, krsampleEntry<KRSAMPLE_UNREGISTER_FUNC>(unreg)());
     krtest::ReportCapture capture;
     EXPECT_EQ(nullptr, KR_classFactoryCreateObj(KRSAMPLE_SCALER_GUID));
     EXPECT_NE(std::string::npos, capture.located().find("Not a public class GUID"));
