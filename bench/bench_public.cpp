@@ -36,8 +36,11 @@ const std::vector<std::string>& guidTexts() {
 class Probe : public KR_PublicClass {
 public:
     explicit Probe(const char* guid) : guid_(guid) {}
+
     char* classGUID() override { return const_cast<char*>(guid_); }
+
     char* className() override { return const_cast<char*>("Probe"); }
+
     uintptr_t runs = 0;
 
 private:
@@ -49,10 +52,12 @@ const char* pendingGuid = nullptr;  // the class the next create makes
 KR_PublicClass* createProbe(KR_Array<KR_PubArg>&) {
     return new Probe(pendingGuid);
 }
+
 KR_RET_STATUS deleteProbe(KR_PublicClass* obj) {
     delete obj;
     return KR_RET_TRUE;
 }
+
 KR_RET_STATUS runProbe(KR_PublicClass* obj,
                        uintptr_t a1,
                        uintptr_t,
@@ -64,6 +69,7 @@ KR_RET_STATUS runProbe(KR_PublicClass* obj,
     static_cast<Probe*>(obj)->runs += a1;
     return KR_RET_TRUE;
 }
+
 KR_RET_STATUS probeInterface(KR_PubInterface* out) {
     out->createObj = createProbe;
     out->deleteObj = deleteProbe;
@@ -88,6 +94,7 @@ void BM_Factory_krcore(benchmark::State& state) {
     KR_classFactoryClose();
     KR_classFactoryInit();
 }
+
 BENCHMARK(BM_Factory_krcore);
 
 void BM_Factory_unordered_map(benchmark::State& state) {
@@ -108,6 +115,7 @@ void BM_Factory_unordered_map(benchmark::State& state) {
         benchmark::DoNotOptimize(iface.deleteObj(obj));
     }
 }
+
 BENCHMARK(BM_Factory_unordered_map);
 
 }  // namespace

@@ -8,8 +8,9 @@
 
 #include <iostream>
 
-#include "demo.h"
 #include "krcore.h"
+
+#include "demo.h"
 
 namespace {
 

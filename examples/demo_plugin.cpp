@@ -8,8 +8,9 @@
 
 #include <string>
 
-#include "demo.h"
 #include "krcore.h"
+
+#include "demo.h"
 #include "sample_module.h"
 
 namespace {
@@ -45,10 +46,12 @@ std::string document;
 class AppendWord : public KR_Command {
 public:
     explicit AppendWord(const char* word) : word_(word) {}
+
     KR_RET_STATUS execute(unsigned char) override {
         document += (document.empty() ? "" : " ") + word_;
         return KR_RET_TRUE;
     }
+
     KR_RET_STATUS undo() override {
         size_t cut = document.size() - word_.size();
         document.erase(cut > 0 ? cut - 1 : 0);

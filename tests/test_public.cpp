@@ -24,32 +24,43 @@ uintptr_t executed[7];
 class Counter : public KR_PubObjVar {
 public:
     explicit Counter(int n = 0) : n(n) { ++live; }
+
     ~Counter() override { --live; }
+
     char* classGUID() override { return const_cast<char*>(kCounterGuid); }
+
     char* className() override { return const_cast<char*>("Counter"); }
+
     KR_RET_STATUS copyObj(KR_PublicClass* src) override {
         KR_RET_STATUS status = KR_PubObjVar::copyObj(src);
         Counter* from = dynamic_cast<Counter*>(src);
         if (status == KR_RET_TRUE && from != nullptr) n = from->n;
         return status;
     }
+
     unsigned char compObj(KR_PublicClass* other) override {
         Counter* that = dynamic_cast<Counter*>(other);
         return KR_PubObjVar::compObj(other) && that != nullptr && that->n == n;
     }
+
     KR_RET_STATUS pack(KR_Version&, char*, unsigned int&, KR_STORAGE_TYPE) override {
         return KR_RET_ERR_NSUP;
     }
+
     unsigned int getPackedSize(KR_Version&, KR_STORAGE_TYPE) override { return 0; }
+
     KR_RET_STATUS unpack(KR_Version&, char*, unsigned int&, KR_STORAGE_TYPE) override {
         return KR_RET_ERR_NSUP;
     }
+
     KR_RET_STATUS persist(KR_Version&, KR_FileAscii& file) override {
         return file.print("<n>%d</n>\n", n);
     }
+
     KR_RET_STATUS persist(KR_Version&, KR_FileBinary&, unsigned int&) override {
         return KR_RET_ERR_NSUP;
     }
+
     KR_RET_STATUS restore(KR_Version&, KR_FileAscii& file) override {
         KR_String text;
         KR_RET_STATUS status = KR_xmlReadTagEntry(text, file, "<n>", "</n>");
@@ -57,6 +68,7 @@ public:
         n = atoi(text);
         return KR_RET_TRUE;
     }
+
     KR_RET_STATUS restore(KR_Version&, KR_FileBinary&, unsigned int&) override {
         return KR_RET_ERR_NSUP;
     }
@@ -68,16 +80,19 @@ public:
 class Plain : public KR_PublicClass {
 public:
     char* classGUID() override { return const_cast<char*>(kOtherGuid); }
+
     char* className() override { return const_cast<char*>("Plain"); }
 };
 
 KR_PublicClass* createCounter(KR_Array<KR_PubArg>& args) {
     return new Counter(static_cast<int>(args.numElems()));
 }
+
 KR_RET_STATUS deleteCounter(KR_PublicClass* obj) {
     delete obj;
     return KR_RET_TRUE;
 }
+
 KR_RET_STATUS executeCounter(KR_PublicClass* obj,
                              uintptr_t a1,
                              uintptr_t a2,
@@ -91,12 +106,14 @@ KR_RET_STATUS executeCounter(KR_PublicClass* obj,
         executed[i] = words[i];
     return static_cast<Counter*>(obj)->n == 0 ? KR_RET_TRUE : KR_RET_FALSE;
 }
+
 KR_RET_STATUS counterInterface(KR_PubInterface* out) {
     out->createObj = createCounter;
     out->deleteObj = deleteCounter;
     out->objExecute = executeCounter;
     return KR_RET_TRUE;
 }
+
 KR_RET_STATUS refusingInterface(KR_PubInterface*) {
     return KR_RET_ERR_GEN;
 }
@@ -108,11 +125,13 @@ protected:
         KR_classFactoryClose();
         ASSERT_KR_STATUS(KR_RET_TRUE, KR_classFactoryRegister(guid, (void*)&counterInterface));
     }
+
     void TearDown() override {
         KR_classFactoryClose();
         KR_classFactoryInit();
         EXPECT_EQ(0, live);
     }
+
     KR_Var guid{kCounterGuid};
 };
 
@@ -235,8 +254,8 @@ TEST_F(Factory, Messages) {
 TEST_F(Factory, ObjectsInVariants) {
     {
         KR_Var a(static_cast<KR_PubObjVar*>(new Counter(5)));
-        KR_Var b(a), c(static_cast<KR_PubObjVar*>(new Counter(6))), none(
-                                                 static_cast<KR_PubObjVar*>(nullptr));
+        KR_Var b(a), c(static_cast<KR_PubObjVar*>(new Counter(6))),
+                none(static_cast<KR_PubObjVar*>(nullptr));
         EXPECT_EQ(3, live);
         EXPECT_NE(a.objptr(), b.objptr());
         EXPECT_TRUE(a == b);

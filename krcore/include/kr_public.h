@@ -36,6 +36,7 @@ class KR_PublicObjMesg;
 class KR_API KR_PublicClass : public KR_KorvaneClass {
 public:
     KR_PublicClass() {}
+
     ~KR_PublicClass() override;
 
     // A message to the object. The base handles none: KR_RET_FALSE.
@@ -57,7 +58,9 @@ public:
 
     // 1 when other is this object or its classGUID() equals this one's (case-sensitive).
     unsigned char sameClassGUID(KR_PublicClass& other);
+
     KR_PublicClass& operator=(const KR_PublicClass&) { return *this; }
+
     unsigned char operator==(const KR_PublicClass&) const { return 1; }
 
 private:
@@ -73,6 +76,7 @@ private:
 class KR_API KR_PubObjVar : public KR_PublicClass, public KR_Persistable {
 public:
     KR_PubObjVar() {}
+
     ~KR_PubObjVar() override;
 
     KR_RET_STATUS copyObj(KR_PublicClass* src) override;
@@ -80,6 +84,7 @@ public:
     KR_RET_STATUS getCompInterface(char* interfaceId, void** out) override;
 
     KR_PubObjVar& operator=(const KR_PubObjVar&) { return *this; }
+
     unsigned char operator==(const KR_PubObjVar&) const { return 1; }
 
 private:

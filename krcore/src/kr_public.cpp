@@ -130,7 +130,8 @@ KR_RET_STATUS KR_PubObjVar::getCompInterface(char* interfaceId, void** out) {
 
 // --- KR_PublicObjMesg ---
 
-KR_PublicObjMesg::KR_PublicObjMesg() : name(), inVals(0, KR_VAR_WILD, 1), outVals(0, KR_VAR_WILD, 1) {}
+KR_PublicObjMesg::KR_PublicObjMesg()
+    : name(), inVals(0, KR_VAR_WILD, 1), outVals(0, KR_VAR_WILD, 1) {}
 
 KR_PublicObjMesg::KR_PublicObjMesg(const char* text)
     : name(text), inVals(0, KR_VAR_WILD, 1), outVals(0, KR_VAR_WILD, 1) {}
@@ -162,8 +163,8 @@ unsigned char KR_PublicObjMesg::operator==(const KR_PublicObjMesg& other) const 
 KR_RET_STATUS KR_classFactoryInit() {
     KR_setUserError(0);
     if (registry != nullptr) return KR_RET_FALSE;
-    Registry* made = krInternal::newObject<Registry>(kRegistryBuckets, KR_defHashFuncVarKey,
-                                                     nullptr);
+    Registry* made =
+            krInternal::newObject<Registry>(kRegistryBuckets, KR_defHashFuncVarKey, nullptr);
     if (made == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
     if (!made->objIsEnabled()) {  // its buckets did not arrive: reported by the table
         delete made;

@@ -18,9 +18,8 @@ namespace {
 #define KRI_TEXT(x) #x
 #define KRI_VERSION_TEXT(a, b, c) KRI_TEXT(a) "." KRI_TEXT(b) "." KRI_TEXT(c)
 // The headers' version numbers, as text.
-const char kKorvaneVersion[] = KRI_VERSION_TEXT(KR_KORVANE_VERSION_MAJOR,
-                                                KR_KORVANE_VERSION_MINOR,
-                                                KR_KORVANE_VERSION_PATCH);
+const char kKorvaneVersion[] = KRI_VERSION_TEXT(
+        KR_KORVANE_VERSION_MAJOR, KR_KORVANE_VERSION_MINOR, KR_KORVANE_VERSION_PATCH);
 
 // Scans one piece with %d; a piece that does not scan leaves the number as it was.
 void scanPiece(const char* piece, unsigned int& number) {
