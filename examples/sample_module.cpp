@@ -9,39 +9,35 @@
 
 namespace {
 
-// Static tables hold texts through non-const pointers: the records are the framework's own.
-#define KRSAMPLE_W(text) const_cast<wchar_t*>(text)
-#define KRSAMPLE_NO_BROWSER static_cast<KR_PUBARG_BROWSER>(-1)
+// The description tables: static data of the module, handed to hosts by krsample_register.
+#define KRSAMPLE_NO_BROWSER KR_PUBARG_BROWSER_NONE
 
-wchar_t* roundingChoices[] = {KRSAMPLE_W(L"none"), KRSAMPLE_W(L"nearest"), nullptr};
+const wchar_t* const roundingChoices[] = {L"none", L"nearest", nullptr};
 
 KR_PubArgMap scaleInputs[] = {
         {KR_VAR_ID_DOUBLE, L"Value", L"The number to scale", 1, nullptr, 0, KRSAMPLE_NO_BROWSER,
-         nullptr, 1, 0, KRSAMPLE_W(L"0"), 0, 0},
+         nullptr, 1, 0, L"0", 0, 0},
         {KR_VAR_ID_DOUBLE, L"Factor", L"What the value is multiplied by", 1, nullptr, 0,
-         KRSAMPLE_NO_BROWSER, nullptr, 1, 0, KRSAMPLE_W(L"2"), 0, 0},
+         KRSAMPLE_NO_BROWSER, nullptr, 1, 0, L"2", 0, 0},
         {KR_VAR_ID_CHOICE, L"Rounding", L"Round the result to a whole number", 0, roundingChoices,
-         1, KRSAMPLE_NO_BROWSER, nullptr, 0, 0, KRSAMPLE_W(L"none"), 0, 0},
+         1, KRSAMPLE_NO_BROWSER, nullptr, 0, 0, L"none", 0, 0},
         {KR_VAR_ID_NONE, nullptr, nullptr, 0, nullptr, 0, KRSAMPLE_NO_BROWSER, nullptr, 0, 0,
          nullptr, 0, 0}};
 
-KR_PubArgMap scaleOutputs[] = {
-        {KR_VAR_ID_DOUBLE, L"Result", L"The scaled value", 0, nullptr, 0, KRSAMPLE_NO_BROWSER,
-         nullptr, 1, 1, nullptr, 0, 0},
-        {KR_VAR_ID_NONE, nullptr, nullptr, 0, nullptr, 0, KRSAMPLE_NO_BROWSER, nullptr, 0, 0,
-         nullptr, 0, 0}};
+KR_PubArgMap scaleOutputs[] = {{KR_VAR_ID_DOUBLE, L"Result", L"The scaled value", 0, nullptr, 0,
+                                KRSAMPLE_NO_BROWSER, nullptr, 1, 1, nullptr, 0, 0},
+                               {KR_VAR_ID_NONE, nullptr, nullptr, 0, nullptr, 0,
+                                KRSAMPLE_NO_BROWSER, nullptr, 0, 0, nullptr, 0, 0}};
 
 KR_PubProcPortMap scaleInPorts[] = {{L"samples", L"Values to scale, one per run"},
                                     {nullptr, nullptr}};
 KR_PubProcPortMap scaleOutPorts[] = {{L"scaled", L"The results"}, {nullptr, nullptr}};
 
-KR_PubService services[] = {
-        {const_cast<char*>("1.0.0"), 1, KRSAMPLE_W(L"Scale"),
-         KRSAMPLE_W(L"Multiplies a value by a factor"), scaleInputs, scaleOutputs, scaleInPorts,
-         scaleOutPorts},
-        {nullptr, 0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr}};
+KR_PubService services[] = {{"1.0.0", 1, L"Scale", L"Multiplies a value by a factor", scaleInputs,
+                             scaleOutputs, scaleInPorts, scaleOutPorts},
+                            {nullptr, 0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr}};
 KR_PubService* group[] = {&services[0], &services[1]};
-KR_PubServGrpList serviceTable[] = {{const_cast<char*>("1.0.0"), group}, {nullptr, nullptr}};
+KR_PubServGrpList serviceTable[] = {{"1.0.0", group}, {nullptr, nullptr}};
 
 int liveObjects = 0;
 int runs = 0;
@@ -53,9 +49,11 @@ public:
         : value_(value), factor_(factor), round_(round) {
         ++liveObjects;
     }
+
     ~Scaler() override { --liveObjects; }
 
     char* classGUID() override { return const_cast<char*>(KRSAMPLE_SCALER_GUID); }
+
     char* className() override { return const_cast<char*>("Scaler"); }
 
     KR_RET_STATUS copyObj(KR_PublicClass* src) override {
@@ -67,6 +65,7 @@ public:
         round_ = from->round_;
         return KR_RET_TRUE;
     }
+
     unsigned char compObj(KR_PublicClass* other) override {
         if (!KR_PubObjVar::compObj(other)) return 0;
         Scaler* that = static_cast<Scaler*>(other);
@@ -76,8 +75,9 @@ public:
     KR_RET_STATUS run(KR_Array<KR_PubArg>* outputs) {
         if (outputs == nullptr || outputs->numElems() < 1) return KR_RET_ERR_ARG;
         double result = value_ * factor_;
-        if (round_) result = result < 0 ? -static_cast<double>(static_cast<long long>(0.5 - result))
-                                        : static_cast<double>(static_cast<long long>(result + 0.5));
+        if (round_)
+            result = result < 0 ? -static_cast<double>(static_cast<long long>(0.5 - result))
+                                : static_cast<double>(static_cast<long long>(result + 0.5));
         ++runs;
         (*outputs)[0][0] = result;
         return KR_RET_TRUE;
@@ -88,18 +88,23 @@ public:
         used = 0;
         return KR_RET_ERR_NSUP;
     }
+
     unsigned int getPackedSize(KR_Version&, KR_STORAGE_TYPE) override { return 0; }
+
     KR_RET_STATUS unpack(KR_Version&, char*, unsigned int& used, KR_STORAGE_TYPE) override {
         used = 0;
         return KR_RET_ERR_NSUP;
     }
+
     KR_RET_STATUS persist(KR_Version& version, KR_FileAscii& file) override {
         KR_VarArr values(3, KR_VAR_DOUBLE, value_, factor_, round_ ? 1.0 : 0.0);
         return values.persist(version, file);
     }
+
     KR_RET_STATUS persist(KR_Version&, KR_FileBinary&, unsigned int&) override {
         return KR_RET_ERR_NSUP;
     }
+
     KR_RET_STATUS restore(KR_Version& version, KR_FileAscii& file) override {
         KR_VarArr values;
         KR_RET_STATUS status = values.restore(version, file);
@@ -110,6 +115,7 @@ public:
         round_ = values[2].d() != 0.0;
         return KR_RET_TRUE;
     }
+
     KR_RET_STATUS restore(KR_Version&, KR_FileBinary&, unsigned int&) override {
         return KR_RET_ERR_NSUP;
     }
