@@ -152,9 +152,6 @@ TEST_F(DllManager, UnloadAllReleasesOnceAndKeepsTheEntries) {
 
 TEST_F(DllManager, LoadThatRunsOutOfMemoryLeavesNothingLoaded) {
     KR_REQUIRE_FAULT_INJECTION();
-    ASSERT_KR_STATUS(KR_RET_TRUE, KR_dllLoad(kModule));
-    EXPECT_EQ(1u, callSample<unsigned int>("krsample_callCount"));
-    ASSERT_KR_STATUS(KR_RET_TRUE, KR_dllUnload(kModule));
     krtest::ReportCapture capture;
     int failures = 0;
     // Each run starts without a registry, so the walk fails its creation, the key and the entry.
@@ -172,8 +169,8 @@ TEST_F(DllManager, LoadThatRunsOutOfMemoryLeavesNothingLoaded) {
                 capture.clear();
             });
     EXPECT_GE(failures, 4);
-    // A module that a failed load had kept loaded would stay through the releases below and go
-    // on counting its calls.
+    // A module that a failed load had kept loaded would stay through the unload below and go on
+    // counting its calls.
     closeQuietly();
     ASSERT_KR_STATUS(KR_RET_TRUE, KR_dllLoad(kModule));
     callSample<unsigned int>("krsample_callCount");
@@ -199,10 +196,6 @@ TEST(Environment, GetEnvEndsEveryEntryWithTheSeparator) {
         EXPECT_KR_OK(KR_getEnv(out, row[0]));
         EXPECT_EQ(expected, text(out));
     }
-    KR_StringW wide(L"stale");
-    EXPECT_KR_OK(KR_getEnvW(wide, nullptr));
-    std::wstring wideText = L"\r\n" + std::wstring(static_cast<const wchar_t*>(wide));
-    EXPECT_NE(std::wstring::npos, wideText.find(L"\r\nKRTEST_ENV_A=alpha\r\n"));
 }
 
 TEST(Environment, PutEnvSetsAndRemovesVariables) {
@@ -212,43 +205,36 @@ TEST(Environment, PutEnvSetsAndRemovesVariables) {
     EXPECT_KR_OK(KR_putEnv(";KRTEST_ENV_B=;;KRTEST_ENV_C=3=4;", ";"));
     EXPECT_EQ(nullptr, getenv("KRTEST_ENV_B"));
     EXPECT_STREQ("3=4", getenv("KRTEST_ENV_C"));
-    EXPECT_KR_OK(KR_putEnvW(L"KRTEST_ENV_B=wide\nKRTEST_ENV_C=", nullptr));
-    EXPECT_STREQ("wide", getenv("KRTEST_ENV_B"));
-    EXPECT_EQ(nullptr, getenv("KRTEST_ENV_C"));
 
     krtest::ReportCapture capture;
     EXPECT_KR_STATUS(KR_RET_FALSE, KR_putEnv(nullptr, nullptr));
     EXPECT_KR_STATUS(KR_RET_FALSE, KR_putEnv(" \t\r\n", nullptr));
-    EXPECT_KR_STATUS(KR_RET_FALSE, KR_putEnvW(L" \r\n", nullptr));
-    EXPECT_KR_STATUS(KR_RET_FALSE, KR_putEnvW(static_cast<const wchar_t*>(nullptr)));
     EXPECT_KR_STATUS(KR_RET_FALSE, KR_putEnvW(L""));
     EXPECT_EQ("", capture.text());
 }
 
 TEST(Environment, PutEnvWSetsOneAssignmentThroughEitherCall) {
+    // The C locale has no narrow form for the euro sign.
+    krtest::ReportCapture capture;
+    EXPECT_KR_STATUS(KR_RET_ERR_GEN, KR_putEnvW(L"KRTEST_ENV_W=\u20ac"));
+    EXPECT_EQ(krtest::statusReport(kUnit, "Internal error"), capture.located());
+    krtest::Utf8Locale locale;
     for (unsigned char unicode : {0, 1}) {
         SCOPED_TRACE(unicode ? "wide call" : "narrowed");
         KR_useUnicodeSystemFunctions = unicode;
         EXPECT_KR_OK(KR_putEnvW(unicode ? L"KRTEST_ENV_W=on" : L"KRTEST_ENV_W=off"));
         EXPECT_STREQ(unicode ? "on" : "off", getenv("KRTEST_ENV_W"));
-        {
-            krtest::Utf8Locale locale;
-            if (locale.ok) {
-                EXPECT_KR_OK(KR_putEnvW(L"KRTEST_ENV_U=\u00e9t\u00e9"));
-                KR_StringW all;
-                EXPECT_KR_OK(KR_getEnvW(all, L"|"));
-                std::wstring found = L"|" + std::wstring(static_cast<const wchar_t*>(all));
-                EXPECT_NE(std::wstring::npos, found.find(L"|KRTEST_ENV_U=\u00e9t\u00e9|"));
-            }
+        if (locale.ok) {
+            EXPECT_KR_OK(KR_putEnvW(L"KRTEST_ENV_U=\u00e9t\u00e9"));
+            KR_StringW all;
+            EXPECT_KR_OK(KR_getEnvW(all, L"|"));
+            std::wstring found = L"|" + std::wstring(static_cast<const wchar_t*>(all));
+            EXPECT_NE(std::wstring::npos, found.find(L"|KRTEST_ENV_U=\u00e9t\u00e9|"));
         }
         EXPECT_KR_OK(KR_putEnvW(L"KRTEST_ENV_W="));
         EXPECT_EQ(nullptr, getenv("KRTEST_ENV_W"));
     }
     KR_useUnicodeSystemFunctions = 0;
-    // The C locale has no narrow form for the euro sign.
-    krtest::ReportCapture capture;
-    EXPECT_KR_STATUS(KR_RET_ERR_GEN, KR_putEnvW(L"KRTEST_ENV_W=\u20ac"));
-    EXPECT_EQ(krtest::statusReport(kUnit, "Internal error"), capture.located());
 }
 
 TEST(Environment, MemoryFailuresLeaveNothingHalfDone) {
