@@ -4,6 +4,7 @@
 #include <string.h>
 #include <wchar.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -597,4 +598,53 @@ TEST_F(File, VersionPersistsAsTextAndBinary) {
     EXPECT_EQ(0u, written + read);
     const std::string arg = "src/kr_version: line N: \nError on function input arguments\n\n";
     EXPECT_EQ(arg + arg, capture.located());
+}
+
+namespace {
+
+// What the write hook saw, and how much of the next write it lets through.
+struct SeamLog {
+    std::vector<std::pair<long long, std::string>> writes;  // pos, bytes; "" for a sync
+    size_t allow = static_cast<size_t>(-1);
+
+    static size_t hook(void* context, const krTesting::FileWriteEvent& event) {
+        SeamLog& log = *static_cast<SeamLog*>(context);
+        log.writes.emplace_back(event.pos,
+                                std::string(static_cast<const char*>(event.data), event.size));
+        return event.sync ? 1 : std::min(log.allow, event.size);
+    }
+};
+
+struct SeamHook {
+    explicit SeamHook(SeamLog& log) { krTesting::setFileWriteHook(SeamLog::hook, &log); }
+
+    ~SeamHook() { krTesting::setFileWriteHook(nullptr, nullptr); }
+};
+
+}  // namespace
+
+TEST_F(File, WriteSeamSeesFailsAndTearsEveryWrite) {
+    SeamLog log;
+    SeamHook hook(log);
+    unsigned int count = 0;
+    KR_FileBinary file(path.c_str(), KR_FILE_MODE_WRITE);
+    const std::string big(70000, 'b');  // past the buffer: written straight through
+    ASSERT_KR_OK(file.persistBlock("abc", 3, count));
+    ASSERT_KR_OK(file.persistBlock(big.data(), static_cast<unsigned int>(big.size()), count));
+    ASSERT_KR_OK(file.setPos(1));
+    ASSERT_KR_OK(file.persistBlock("X", 1, count));
+    ASSERT_KR_OK(file.flush());
+    const std::vector<std::pair<long long, std::string>> expected = {
+            {0, "abc"}, {3, big}, {1, "X"}};
+    EXPECT_EQ(expected, log.writes);
+    krtest::ReportCapture capture;
+    for (size_t allow : {size_t(0), size_t(2)}) {  // failed, then torn after two bytes
+        log.allow = allow;
+        ASSERT_KR_OK(file.setPos(0));
+        ASSERT_KR_OK(file.persistBlock("zzzz", 4, count));
+        EXPECT_KR_STATUS(KR_RET_ERR_FILE, file.flush());
+        EXPECT_EQ(allow == 0 ? "aXc" : "zzc", readBytes(path).substr(0, 3));
+    }
+    EXPECT_EQ(fileError("KR_File: write failed", path) + fileError("KR_File: write failed", path),
+              capture.located());
 }

@@ -95,6 +95,11 @@ protected:
     KR_RET_STATUS readBytes(void* data, size_t size, size_t& got);
     // Writes size bytes at the position (all of them, or a failure status).
     KR_RET_STATUS writeBytes(const void* data, size_t size);
+    // Reads up to size bytes at pos, as readBytes does there; bytes that are not buffered are
+    // read straight into data without filling the buffer (one system call for a small record).
+    KR_RET_STATUS readAt(long long pos, void* data, size_t size, size_t& got);
+    // Writes what is buffered and makes the file's contents durable (fsync / FlushFileBuffers).
+    KR_RET_STATUS syncToDisk();
 
     // One byte: KR_RET_TRUE with it, KR_RET_FALSE at the end of the file.
     KR_RET_STATUS readByte(unsigned char& byte) {
