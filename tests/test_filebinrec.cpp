@@ -593,11 +593,14 @@ TEST(RecordFileFaults, FailedAllocationsChangeNothing) {
                  return f.recCheck(problems);
              }},
     };
+    const std::string original = readBytes(path);
+    krtest::ReportCapture capture;
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         unsigned long failures = 0;
         krtest::forEachAllocationFailure(
                 [&] {
+                    writeBytes(path, original);  // as it was before the last row's changes
                     return std::make_unique<KR_FileBinaryRec>(path.c_str(), KR_FILE_MODE_UPDATE);
                 },
                 [&](std::unique_ptr<KR_FileBinaryRec>& f) { return row.op(*f, path.c_str()); },
