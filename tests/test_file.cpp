@@ -4,6 +4,7 @@
 #include <string.h>
 #include <wchar.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -296,63 +297,6 @@ TEST_F(File, BinaryDamagedTextsAreAFileError) {
     }
 }
 
-TEST_F(File, RecordsSurviveReopeningAndRewriting) {
-    auto record = [](const std::string& bytes) {
-        KR_Memory memory;
-        memory.memCopy(bytes.data(), static_cast<unsigned int>(bytes.size()));
-        return memory;
-    };
-    std::vector<KR_Memory> model = {record(""), record("fives"),
-                                    record(std::string(99999, 'r') + "!")};
-    unsigned int index = 99;
-    KR_FileBinaryRec file(path.c_str(), KR_FILE_MODE_WRITE);
-    for (KR_Memory& memory : model)
-        ASSERT_KR_OK(file.recAppend(memory, index));
-    ASSERT_TRUE(index == 2 && file.close() == KR_RET_TRUE);
-    EXPECT_EQ(std::string("KRBR\x01\0\0\0\x03\0\0\0", 12), readBytes(path).substr(0, 12));
-    model[1] = record("FIVES");    // the same size: rewritten in place
-    model[0] = record("sevens!");  // another size: a new body
-    model.push_back(record("1"));
-    ASSERT_KR_OK(file.open(path.c_str(), KR_FILE_MODE_UPDATE));
-    EXPECT_KR_OK(file.recWrite(1, model[1]));
-    EXPECT_KR_OK(file.recWrite(0, model[0]));
-    EXPECT_KR_OK(file.recAppend(model[3], index));
-    ASSERT_KR_OK(file.open(path.c_str(), KR_FILE_MODE_READ));
-    ASSERT_EQ(model.size(), file.recNum());
-    for (unsigned int i = 0; i < model.size(); ++i) {
-        KR_Memory memory(3);
-        ASSERT_KR_OK(file.recRead(i, memory));
-        EXPECT_TRUE(memory.memSize() == model[i].memSize() && memory == model[i]) << i;
-    }
-    krtest::ReportCapture capture;
-    KR_Memory memory;
-    EXPECT_KR_STATUS(KR_RET_ERR_ARG, file.recRead(4, memory));
-    EXPECT_EQ(
-            "ERROR: src/kr_file: line N: KR_FileBinaryRec: record\nIndex 4 not in [0,3]"
-            "src/kr_file: line N: \nError on function input arguments\n\n",
-            capture.located());
-    EXPECT_KR_STATUS(KR_RET_ERR_FILE, file.recAppend(memory, index));
-    EXPECT_EQ(4u, file.recNum());
-    // Damaged files do not open and are left as they were.
-    const std::pair<std::string, const char*> rows[] = {
-            {std::string(32, 'x'), "not a record file"},
-            {std::string("KRBR\x02", 5) + std::string(27, '\0'), "unknown format"},
-            {std::string("KRBR\x01\0\0\0\x01\0\0\0\0\0\0\0\x20", 17) + std::string(15, '\0'),
-             "damaged table"},  // the table lies beyond the end
-    };
-    for (const auto& row : rows) {
-        writeBytes(path, row.first);
-        capture.clear();
-        EXPECT_KR_STATUS(KR_RET_ERR_FILE, file.open(path.c_str(), KR_FILE_MODE_READ));
-        EXPECT_FALSE(file.isOpen() || file.recNum() != 0);
-        EXPECT_EQ(fileError(std::string("KR_FileBinaryRec: ") + row.second, path),
-                  capture.located());
-        EXPECT_EQ(row.first, readBytes(path)) << row.second;
-    }
-    KR_FileBinaryRec created(dir.file("new.rec").c_str(), KR_FILE_MODE_APPEND);  // a new file
-    EXPECT_TRUE(created.isOpen() && created.recNum() == 0);
-}
-
 TEST_F(File, DirectoriesSearchPathsAndTempNames) {
     // The search gives the directory joined to the name with the platform separator.
     const std::string deep = dir.file("a/b/c"), file = dir.file("a") + dir.sep() + "tool.cfg";
@@ -597,4 +541,53 @@ TEST_F(File, VersionPersistsAsTextAndBinary) {
     EXPECT_EQ(0u, written + read);
     const std::string arg = "src/kr_version: line N: \nError on function input arguments\n\n";
     EXPECT_EQ(arg + arg, capture.located());
+}
+
+namespace {
+
+// What the write hook saw, and how much of the next write it lets through.
+struct SeamLog {
+    std::vector<std::pair<long long, std::string>> writes;  // pos, bytes; "" for a sync
+    size_t allow = static_cast<size_t>(-1);
+
+    static size_t hook(void* context, const krTesting::FileWriteEvent& event) {
+        SeamLog& log = *static_cast<SeamLog*>(context);
+        log.writes.emplace_back(event.pos,
+                                std::string(static_cast<const char*>(event.data), event.size));
+        return event.sync ? 1 : std::min(log.allow, event.size);
+    }
+};
+
+struct SeamHook {
+    explicit SeamHook(SeamLog& log) { krTesting::setFileWriteHook(SeamLog::hook, &log); }
+
+    ~SeamHook() { krTesting::setFileWriteHook(nullptr, nullptr); }
+};
+
+}  // namespace
+
+TEST_F(File, WriteSeamSeesFailsAndTearsEveryWrite) {
+    SeamLog log;
+    SeamHook hook(log);
+    unsigned int count = 0;
+    KR_FileBinary file(path.c_str(), KR_FILE_MODE_WRITE);
+    const std::string big(70000, 'b');  // past the buffer: written straight through
+    ASSERT_KR_OK(file.persistBlock("abc", 3, count));
+    ASSERT_KR_OK(file.persistBlock(big.data(), static_cast<unsigned int>(big.size()), count));
+    ASSERT_KR_OK(file.setPos(1));
+    ASSERT_KR_OK(file.persistBlock("X", 1, count));
+    ASSERT_KR_OK(file.flush());
+    const std::vector<std::pair<long long, std::string>> expected = {
+            {0, "abc"}, {3, big}, {1, "X"}};
+    EXPECT_EQ(expected, log.writes);
+    krtest::ReportCapture capture;
+    for (size_t allow : {size_t(0), size_t(2)}) {  // failed, then torn after two bytes
+        log.allow = allow;
+        ASSERT_KR_OK(file.setPos(0));
+        ASSERT_KR_OK(file.persistBlock("zzzz", 4, count));
+        EXPECT_KR_STATUS(KR_RET_ERR_FILE, file.flush());
+        EXPECT_EQ(allow == 0 ? "aXc" : "zzc", readBytes(path).substr(0, 3));
+    }
+    EXPECT_EQ(fileError("KR_File: write failed", path) + fileError("KR_File: write failed", path),
+              capture.located());
 }

@@ -95,6 +95,11 @@ protected:
     KR_RET_STATUS readBytes(void* data, size_t size, size_t& got);
     // Writes size bytes at the position (all of them, or a failure status).
     KR_RET_STATUS writeBytes(const void* data, size_t size);
+    // Reads up to size bytes at pos, as readBytes does there; bytes that are not buffered are
+    // read straight into data without filling the buffer (one system call for a small record).
+    KR_RET_STATUS readAt(long long pos, void* data, size_t size, size_t& got);
+    // Writes what is buffered and makes the file's contents durable (fsync / FlushFileBuffers).
+    KR_RET_STATUS syncToDisk();
 
     // One byte: KR_RET_TRUE with it, KR_RET_FALSE at the end of the file.
     KR_RET_STATUS readByte(unsigned char& byte) {
@@ -246,25 +251,75 @@ private:
     KR_RET_STATUS restoreText(Char*& text, KR_STORAGE_TYPE storage, unsigned int& count);
 };
 
-// KR_FileBinrecTblEntry — where one record of a binary record file lies.
+// The state of a record-table entry: a reserved entry keeps its extent for reuse.
+enum KR_BINREC_STATE { KR_BINREC_RESERVED = 0, KR_BINREC_USED = 1 };
+
+// File flags: records carry a CRC-32 (CRC), every record has the file's fixed size (FIXED).
+enum KR_BINREC_FLAG { KR_BINREC_FLAG_CRC = 0x2, KR_BINREC_FLAG_FIXED = 0x4 };
+
+// Ends a list of reserved entries.
+const unsigned int KR_BINREC_NONE = 0xFFFFFFFFu;
+
+// KR_FileBinrecTblEntry — where one record lies and what it holds; 32 bytes on every target.
+// Default construction zeroes everything but nextReserved (KR_BINREC_NONE).
 struct KR_FileBinrecTblEntry {
-    unsigned long long offset;  // byte offset of the record's first byte in the file
-    unsigned int size;          // record size in bytes
-    unsigned int flags;         // reserved, 0
+    long long offset;           // first byte of the record's extent
+    unsigned int size;          // bytes in use (0 for a reserved entry)
+    unsigned int capacity;      // bytes of the extent, at least size
+    unsigned int kind;          // the caller's tag for the record
+    unsigned int state;         // KR_BINREC_STATE
+    unsigned int nextReserved;  // next entry of its reserved list, or KR_BINREC_NONE
+    unsigned int crc;           // CRC-32 of the size bytes (0 without checksums or when reserved)
+
+    KR_FileBinrecTblEntry()
+        : offset(0),
+          size(0),
+          capacity(0),
+          kind(0),
+          state(0),
+          nextReserved(KR_BINREC_NONE),
+          crc(0) {}
+
+    bool operator==(const KR_FileBinrecTblEntry& other) const {
+        return offset == other.offset && size == other.size && capacity == other.capacity &&
+               kind == other.kind && state == other.state && nextReserved == other.nextReserved &&
+               crc == other.crc;
+    }
 };
 
-// KR_FileBinaryRec — numbered records of any size, read into and written from KR_Memory.
-// The format, little-endian throughout:
-//   header, 32 bytes: "KRBR", u32 format 1, u32 record count, u32 0, u64 table offset, u64 0;
-//   the record bodies, each where its table entry says;
-//   the record table at the table offset: per record u64 offset, u32 size, u32 flags.
-// The table is kept in memory and written back (behind the last record body) by recFlush and
-// close; a file that was not closed or flushed after a change keeps its previous table. A
-// record rewritten with another size gets a new body at the end (the old bytes stay unused).
-// Modes: READ reads an existing file; WRITE starts an empty file; UPDATE opens an existing file
-// for reading and writing; APPEND does the same and creates the file when it is missing.
-// A file whose header or table is damaged fails to open with KR_RET_ERR_FILE. Use only the
-// record operations on it: the value writers inherited from KR_FileBinary would bypass the table.
+static_assert(sizeof(KR_FileBinrecTblEntry) == 32, "record-table entry must be 32 bytes");
+
+// KR_FileBinaryRec — numbered records of bytes behind a record table, safe against crashes.
+// A record keeps its number for its whole life, also when it grows and moves; a deleted record
+// leaves a reserved entry whose extent (and number) a later recAppend reuses.
+//
+// Guarantee: changes become part of the file only at a commit (recFlush, and close). After the
+// process is killed at any point, or after power is lost once a commit with toDisk has returned,
+// open gives exactly the state of the last completed commit. Nothing a commit can reach is ever
+// written again before the next commit: a rewrite goes to other space (copy on write), and space
+// freed since the last commit is reused only after the next one. A commit writes the changed
+// records, the changed 512-entry chunks of the table (each with its CRC-32, into the copy the
+// last commit does not use), a directory of the chunks, then the header slot that the last commit
+// does not use, with a higher sequence number; with toDisk the data is forced to the device
+// before and after that slot. open takes the valid slot with the higher sequence number.
+// A write or commit that fails drops every change since the last commit: the object shows the
+// committed state again (or is closed, when that cannot be read back), and the failure is
+// answered. Space is never given back to the file system (no compaction).
+//
+// Modes: READ reads an existing file; UPDATE also changes it; APPEND does the same and creates a
+// missing file; WRITE creates or empties it (variable size, checksums on, kind 0). create picks
+// the kind, a fixed record size (0: variable) and the checksums. A file that is not this format
+// (also the older "KRBR" layout) answers KR_RET_FALSE without a report; a damaged one
+// KR_RET_ERR_FILE with a report; a newer major version KR_RET_ERR_NSUP. Every count and offset
+// read is checked against the bytes present before anything is allocated. A record whose
+// checksum fails answers KR_RET_ERR_FILE and leaves the others readable. Records hold at most
+// 0x7FFFFFFF bytes and a file fewer than 2^31 entries. Use only the record operations: the
+// value writers inherited from KR_FileBinary would bypass the table.
+//
+//   file.create("a.rec", 0, 0, 1); file.recAppend(ten, n);   // n == 0
+//   file.recAppend(twenty, n); file.recDelete(0);            // n == 1; entry 0 reserved
+//   file.recAppend(eight, n); file.recFlush(1);              // n == 0 again: the space is
+//                                                             // fresh, so it is reused at once
 class KR_API KR_FileBinaryRec : public KR_FileBinary {
 public:
     KR_FileBinaryRec();
@@ -276,39 +331,127 @@ public:
 
     KR_RET_STATUS open(const char* name, KR_FILE_MODE mode) override;
     KR_RET_STATUS open(const wchar_t* name, KR_FILE_MODE mode) override;
-    // Writes table and header when they changed, then closes.
+    // Creates or empties name with the file's kind tag, fixed record size (0: any size) and
+    // checksums (withCrc 1) or none.
+    KR_RET_STATUS create(const char* name,
+                         unsigned int kind,
+                         unsigned int fixedSize,
+                         unsigned char withCrc);
+    KR_RET_STATUS create(const wchar_t* name,
+                         unsigned int kind,
+                         unsigned int fixedSize,
+                         unsigned char withCrc);
+    // Commits what changed, then closes; a failed commit is answered, and the file is closed
+    // with its last committed state.
     KR_RET_STATUS close() override;
 
-    // Number of records; 0 when no file is open.
-    unsigned int recNum() const { return numRecs_; }
+    // Entries in the table (used and reserved); numbers run from 0 to recNum() - 1.
+    unsigned int recNum() const { return count_; }
 
-    // Index not below recNum(): KR_RET_ERR_ARG with the index report.
+    unsigned int recUsed() const { return usedCount_; }
+
+    unsigned int recKind() const { return kind_; }
+
+    unsigned int recFixedSize() const { return fixedSize_; }
+
+    unsigned int recFlags() const { return flags_; }
+
+    // Number not below recNum(): KR_RET_ERR_ARG with the index report. A reserved entry is
+    // copied too, with the answer KR_RET_FALSE.
     KR_RET_STATUS recGetEntry(unsigned int index, KR_FileBinrecTblEntry& entry);
-    // record := the record's bytes (its previous block is replaced).
+    // KR_RET_TRUE when index names a used record, KR_RET_FALSE otherwise (no report).
+    KR_RET_STATUS recHas(unsigned int index);
+    // The first used record, and the next after index: KR_RET_FALSE when there is none.
+    KR_RET_STATUS recFirst(unsigned int& index);
+    KR_RET_STATUS recNext(unsigned int& index);
+    // record := the record's bytes, checksum verified. KR_RET_FALSE (no report) for a reserved
+    // entry; KR_RET_ERR_FILE with record emptied when the checksum fails.
     KR_RET_STATUS recRead(unsigned int index, KR_Memory& record);
-    // Adds record's bytes as the last record; index := its number.
+    // Stores a new record and index := its number: a reserved entry whose extent holds it, or a
+    // new entry at the end (its extent holds at least capacity bytes). A fixed-size file
+    // refuses another size with KR_RET_ERR_ARG.
     KR_RET_STATUS recAppend(KR_Memory& record, unsigned int& index);
-    // Replaces record index (in place when the size is unchanged).
+    KR_RET_STATUS recAppend(const void* data,
+                            unsigned int size,
+                            unsigned int& index,
+                            unsigned int kind = 0,
+                            unsigned int capacity = 0);
+    // Replaces a used record's bytes; the number stays. KR_RET_FALSE for a reserved entry.
     KR_RET_STATUS recWrite(unsigned int index, KR_Memory& record);
-    // Writes the table and the header now.
-    KR_RET_STATUS recFlush();
+    KR_RET_STATUS recWrite(unsigned int index, const void* data, unsigned int size);
+    // The record's entry becomes reserved; KR_RET_FALSE when it was reserved already.
+    KR_RET_STATUS recDelete(unsigned int index);
+    // Appends count reserved entries with zero-filled extents of capacity bytes; the last one
+    // is reused first.
+    KR_RET_STATUS recReserve(unsigned int count, unsigned int capacity);
+    // Commits the changes (see the guarantee above); toDisk 1 forces them to the device.
+    KR_RET_STATUS recFlush(unsigned char toDisk = 0);
+
+    // An object as a record: getPackedSize, pack, recAppend / recWrite; recRead, unpack, which
+    // must use exactly the record's bytes (else KR_RET_ERR_FILE).
+    KR_RET_STATUS recAppendObj(KR_Persistable& object,
+                               KR_Version& version,
+                               unsigned int& index,
+                               unsigned int kind = 0);
+    KR_RET_STATUS recWriteObj(unsigned int index, KR_Persistable& object, KR_Version& version);
+    KR_RET_STATUS recReadObj(unsigned int index, KR_Persistable& object, KR_Version& version);
+
+    // Checks the table (extents inside the data area and apart, sizes, reserved lists, used
+    // count) and every record's checksum. Each problem is a warning under "KR_FileBinaryRec
+    // consistency" (the first 100 reported, all counted in problems). KR_RET_TRUE: none;
+    // KR_RET_FALSE: some; KR_RET_ERR_FILE: a read failed.
+    KR_RET_STATUS recCheck(unsigned int& problems);
 
 private:
+    struct Chunk;
+
     KR_RET_STATUS initDataMembers();
     KR_RET_STATUS cleanupDataMembers();
     template <class Char>
-    KR_RET_STATUS openRec(const Char* name, KR_FILE_MODE mode);
-    KR_RET_STATUS loadTable();
-    KR_RET_STATUS startEmpty();
-    KR_RET_STATUS reserve(unsigned int count);
-    KR_RET_STATUS writeBody(KR_Memory& record, KR_FileBinrecTblEntry& entry);
+    KR_RET_STATUS openRec(const Char* name,
+                          KR_FILE_MODE mode,
+                          unsigned int kind,
+                          unsigned int fixedSize,
+                          unsigned char withCrc);
+    KR_RET_STATUS load();
+    KR_RET_STATUS loadTable(const unsigned char* slot, long long fileSize);
+    KR_RET_STATUS checkExtents(bool report, unsigned int& problems);
+    KR_RET_STATUS startEmpty(unsigned int kind, unsigned int fixedSize, unsigned char withCrc);
+    KR_RET_STATUS commit(unsigned char toDisk);
+    KR_RET_STATUS writeHeader(unsigned int slot, unsigned long long sequence, unsigned int dirCrc);
+    KR_RET_STATUS rollBack(KR_RET_STATUS failure);
+    KR_RET_STATUS checkIndex(unsigned int index, int line);
+    KR_RET_STATUS checkChange(unsigned int size, int line);
+    KR_RET_STATUS grow(unsigned int entries);
+    KR_RET_STATUS newExtent(unsigned int capacity, long long& offset);
+    KR_RET_STATUS writeRecord(long long offset, const void* data, unsigned int size);
+    unsigned int takeReserved(unsigned int size);
+    void pushReserved(unsigned int index, bool reachable);
+    void touch(unsigned int index);
+    void freeTable();
+    void forget();
 
     unsigned char initialised_;
-    KR_FileBinrecTblEntry* table_;  // capacity_ entries (C allocator); numRecs_ in use
-    unsigned int numRecs_;
+    unsigned char writable_;
+    unsigned char changed_;  // something changed since the last commit
+    unsigned char synced_;   // the last commit reached the device
+    unsigned int kind_;
+    unsigned int flags_;
+    unsigned int fixedSize_;
+    KR_FileBinrecTblEntry* table_;  // capacity_ entries (C allocator), count_ in use
+    unsigned int count_;
     unsigned int capacity_;
-    unsigned long long dataEnd_;  // first byte after the last record body: the table goes here
-    unsigned char changed_;       // table or header differ from the file
+    unsigned int usedCount_;
+    unsigned int reservedHeads_[33];  // reserved lists by the bit length of the capacity
+    unsigned int pendingHead_;        // reserved since the last commit, still reachable from it
+    Chunk* chunks_;                   // one per 512 entries; chunkCapacity_ of them allocated
+    unsigned int chunkCapacity_;
+    long long dataEnd_;  // end of everything allocated: where the next extent goes
+    unsigned long long sequence_;
+    unsigned int slot_;  // the header slot of the last commit
+    long long dirOffset_;
+    unsigned int dirCapacity_;  // chunks that each copy of the directory region holds
+    unsigned int dirCopy_;      // the copy of the region that the last commit uses
 };
 
 // --- File-system functions ---

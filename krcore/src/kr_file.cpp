@@ -5,10 +5,12 @@
 #include <string.h>
 
 #include "kr_alloc.h"
+#include "kr_fileseam.h"
 #include "kr_fileshared.h"
 #include "kr_locale.h"
 #include "kr_platform.h"
 #include "kr_report.h"
+#include "kr_testing.h"
 
 #define KRI_UNIT "src/kr_file"
 
@@ -43,7 +45,35 @@ bool copyName(const wchar_t* name, char*& narrow, wchar_t*& wide) {
     return wide != nullptr && convertName(name, narrow) != KR_RET_ERR_MEM;
 }
 
+krTesting::FileWriteHook writeHook = nullptr;
+void* writeHookContext = nullptr;
+
 }  // namespace
+
+// --- the write seam ---
+
+bool krInternal::fileWrite(FILE* file, long long pos, const void* data, size_t size) {
+    size_t allowed = size;
+    if (writeHook != nullptr) {
+        allowed = writeHook(writeHookContext, krTesting::FileWriteEvent{false, pos, data, size});
+        if (allowed > size) allowed = size;
+    }
+    if (allowed > 0 && fwrite(data, 1, allowed, file) != allowed) return false;
+    return allowed == size && fflush(file) == 0;
+}
+
+bool krInternal::fileSync(FILE* file) {
+    if (writeHook != nullptr &&
+        writeHook(writeHookContext, krTesting::FileWriteEvent{true, 0, nullptr, 0}) == 0) {
+        return false;
+    }
+    return krPlatform::syncFile(file) == 0;
+}
+
+void krTesting::setFileWriteHook(FileWriteHook hook, void* context) {
+    writeHook = hook;
+    writeHookContext = context;
+}
 
 // --- KR_File ---
 
@@ -275,7 +305,7 @@ KR_RET_STATUS KR_File::writeBytes(const void* data, size_t size) {
         status = flushWrites();
         if (KRI_FAILED(status)) return status;
         if (size >= kBufferSize) {
-            if (fwrite(in, 1, size, file_) != size) {
+            if (!krInternal::fileWrite(file_, bufferPos_, in, size)) {
                 clearerr(file_);
                 return KRI_FAIL_NAMED(KR_RET_ERR_FILE, "KR_File: write failed");
             }
@@ -286,6 +316,46 @@ KR_RET_STATUS KR_File::writeBytes(const void* data, size_t size) {
     memcpy(buffer_ + filled_, in, size);
     filled_ += size;
     next_ = filled_;
+    return KR_RET_TRUE;
+}
+
+KR_RET_STATUS KR_File::readAt(long long pos, void* data, size_t size, size_t& got) {
+    got = 0;
+    KR_RET_STATUS status = checkOpen(__LINE__);
+    if (KRI_FAILED(status)) return status;
+    if (pos < 0) return KRI_FAIL(KR_RET_ERR_ARG);
+    long long end = bufferPos_ + static_cast<long long>(filled_);
+    if (readMode_ && pos >= bufferPos_ && pos <= end &&
+        static_cast<unsigned long long>(end - pos) >= size) {
+        memcpy(data, buffer_ + (pos - bufferPos_), size);
+        next_ = static_cast<size_t>(pos - bufferPos_) + size;
+        got = size;
+        return KR_RET_TRUE;
+    }
+    // Straight from the C file into data: a small read far from the buffer should not cost a
+    // whole buffer of copying.
+    status = readMode_ ? KR_RET_TRUE : dropBuffer();
+    if (KRI_FAILED(status)) return status;
+    if (krPlatform::seekFile(file_, pos) != 0) {
+        filled_ = next_ = 0;
+        return KRI_FAIL_NAMED(KR_RET_ERR_FILE, "KR_File: seek failed");
+    }
+    got = fread(data, 1, size, file_);
+    bool failed = got < size && ferror(file_) != 0;
+    clearerr(file_);
+    bufferPos_ = pos + static_cast<long long>(got);
+    filled_ = next_ = 0;
+    if (failed) return KRI_FAIL_NAMED(KR_RET_ERR_FILE, "KR_File: read failed");
+    return KR_RET_TRUE;
+}
+
+KR_RET_STATUS KR_File::syncToDisk() {
+    KR_RET_STATUS status = checkOpen(__LINE__);
+    if (KRI_FAILED(status)) return status;
+    status = flushWrites();
+    if (KRI_FAILED(status)) return status;
+    if (!krInternal::fileSync(file_))
+        return KRI_FAIL_NAMED(KR_RET_ERR_FILE, "KR_File: sync failed");
     return KR_RET_TRUE;
 }
 
@@ -355,7 +425,7 @@ KR_RET_STATUS KR_File::flushWrites() {
     if (readMode_ || filled_ == 0) return KR_RET_TRUE;
     size_t pending = filled_;
     filled_ = next_ = 0;
-    if (fwrite(buffer_, 1, pending, file_) != pending || fflush(file_) != 0) {
+    if (!krInternal::fileWrite(file_, bufferPos_, buffer_, pending)) {
         // What reached the file is unknown: the bytes are dropped and the position taken from
         // the C file.
         clearerr(file_);

@@ -54,6 +54,9 @@ int removePathW(const wchar_t* path);
 // Makes the file's contents durable: they reach the disk before this returns (fsync on POSIX,
 // FlushFileBuffers on Windows). 0, or the errno value (on Windows EACCES or EIO).
 int syncFileW(const wchar_t* path);
+// The same for a file open as a C stream: what the stream holds is written first. 0, or the errno
+// value.
+int syncFile(FILE* file);
 // Renames the file from to the name to in one step, replacing a file of that name: a reader
 // finds either the old file or the new one, never a part. Both names must be on one volume.
 // POSIX rename; Windows MoveFileExW with MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH.

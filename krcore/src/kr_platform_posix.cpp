@@ -560,6 +560,11 @@ int syncFileW(const wchar_t* path) {
     return result < 0 ? errno : result;
 }
 
+int syncFile(FILE* file) {
+    if (fflush(file) != 0) return errno;
+    return fsync(fileno(file)) == 0 ? 0 : errno;
+}
+
 int replaceFileW(const wchar_t* from, const wchar_t* to) {
     char* narrowFrom = narrowName(from);
     if (narrowFrom == nullptr) return errno;

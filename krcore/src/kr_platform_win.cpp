@@ -124,6 +124,13 @@ int syncFileW(const wchar_t* path) {
     return synced;
 }
 
+int syncFile(FILE* file) {
+    if (fflush(file) != 0) return EIO;
+    HANDLE handle = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(file)));
+    if (handle == INVALID_HANDLE_VALUE) return EACCES;
+    return FlushFileBuffers(handle) ? 0 : EIO;
+}
+
 int replaceFileW(const wchar_t* from, const wchar_t* to) {
     if (MoveFileExW(from, to, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) return 0;
     switch (GetLastError()) {
