@@ -166,7 +166,14 @@ TEST(RecordFile, GoldenBytesAreTheSameEverywhere) {
     ASSERT_KR_OK(file.recReserve(2, 20));
     ASSERT_KR_OK(file.recFlush());
     ASSERT_KR_OK(file.recDelete(0));
+    KR_Version format;
+    EXPECT_KR_STATUS(KR_RET_TRUE, file.recFormatVersion(format));
+    EXPECT_TRUE(format == KR_Version(1, 0, 0));
+    EXPECT_LE(file.recNum(), file.recTableSize());
     ASSERT_KR_OK(file.close());
+    EXPECT_KR_STATUS(KR_RET_FALSE, file.recFormatVersion(format));
+    EXPECT_TRUE(format == KR_Version(0, 0, 0));
+    EXPECT_EQ(0u, file.recTableSize());
     bytes = readBytes(path);
     EXPECT_EQ(17848u, bytes.size());
     EXPECT_EQ(0x466CADD7u, crc32(bytes));

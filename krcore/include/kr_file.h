@@ -356,6 +356,13 @@ public:
 
     unsigned int recFlags() const { return flags_; }
 
+    // Entries the table holds room for (at least recNum()); 0 when the file is not open.
+    unsigned int recTableSize() const { return isOpen() ? capacity_ : 0; }
+
+    // The format version in the file's header (1.0.0 for a file made here): KR_RET_TRUE; 0.0.0
+    // and KR_RET_FALSE when the file is not open. A file of another major version does not open.
+    KR_RET_STATUS recFormatVersion(KR_Version& version) const;
+
     // Number not below recNum(): KR_RET_ERR_ARG with the index report. A reserved entry is
     // copied too, with the answer KR_RET_FALSE.
     KR_RET_STATUS recGetEntry(unsigned int index, KR_FileBinrecTblEntry& entry);
@@ -438,6 +445,8 @@ private:
     unsigned int kind_;
     unsigned int flags_;
     unsigned int fixedSize_;
+    unsigned int formatMinor_;  // the header's format version is 1.formatMinor_.formatPatch_
+    unsigned int formatPatch_;
     KR_FileBinrecTblEntry* table_;  // capacity_ entries (C allocator), count_ in use
     unsigned int count_;
     unsigned int capacity_;

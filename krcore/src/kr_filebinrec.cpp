@@ -557,6 +557,8 @@ void KR_FileBinaryRec::forget() {
     kind_ = 0;
     flags_ = 0;
     fixedSize_ = 0;
+    formatMinor_ = 0;
+    formatPatch_ = 0;
     count_ = 0;
     usedCount_ = 0;
     for (unsigned int& head : reservedHeads_)
@@ -569,4 +571,14 @@ void KR_FileBinaryRec::forget() {
     dirOffset_ = 0;
     dirCapacity_ = 0;
     dirCopy_ = 0;
+}
+
+KR_RET_STATUS KR_FileBinaryRec::recFormatVersion(KR_Version& version) const {
+    KR_setUserError(0);
+    if (!isOpen()) {
+        version = KR_Version(0, 0, 0);
+        return KR_RET_FALSE;
+    }
+    version = KR_Version(1, formatMinor_, formatPatch_);
+    return KR_RET_TRUE;
 }

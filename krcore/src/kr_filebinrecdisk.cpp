@@ -57,6 +57,8 @@ KR_RET_STATUS KR_FileBinaryRec::load() {
 
 KR_RET_STATUS KR_FileBinaryRec::loadTable(const unsigned char* slot, long long fileSize) {
     if (loadLe<unsigned int>(slot + 8) != 1) return KRI_FAIL(KR_RET_ERR_NSUP);
+    formatMinor_ = loadLe<unsigned int>(slot + 12);
+    formatPatch_ = loadLe<unsigned int>(slot + 16);
     unsigned int slotSize = loadLe<unsigned int>(slot + 20);
     unsigned int flags = loadLe<unsigned int>(slot + 28);
     unsigned int fixedSize = loadLe<unsigned int>(slot + 32);
