@@ -17,6 +17,7 @@
 #include "kr_iterator_impl.h"
 #include "kr_list_impl.h"
 #include "kr_mem.h"
+#include "kr_mth.h"
 #include "kr_operator.h"
 #include "kr_persist.h"
 #include "kr_pipe.h"
