@@ -402,7 +402,9 @@ public:
 
     // Every vertex by m: 3 x 3 gives M v; 4 x 4 is homogeneous with w = 1 and divides by w'
     // unless w' is 0 or 1. KR_RET_FALSE when some w' was 0 (those vertices stay undivided);
-    // any other shape is KR_RET_ERR_ARG and changes nothing.
+    // any other shape is KR_RET_ERR_ARG and changes nothing. An affine m (row 3 exactly
+    // 0, 0, 0, 1) takes w' as 1 without computing it, so a non-finite vertex is not divided by
+    // the NaN w' it would give.
     KR_RET_STATUS transform(const KR_Matrix& m);
     // KR_RET_FALSE (output unchanged) for an empty array.
     KR_RET_STATUS centroid(KR_Vector& c) const;

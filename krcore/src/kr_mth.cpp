@@ -360,8 +360,9 @@ void KR_mthSlerp(const KR_Quaternion& a, const KR_Quaternion& b, double t, KR_Qu
         s0 = 1.0 - t;
         s1 = t;
     } else {
+        // sin(acos(d)) without a third sine; (1 - d)(1 + d) keeps its precision near d = 1.
         double theta = acos(d);
-        double inv = 1.0 / sin(theta);
+        double inv = 1.0 / sqrt((1.0 - d) * (1.0 + d));
         s0 = sin((1.0 - t) * theta) * inv;
         s1 = sin(t * theta) * inv;
     }

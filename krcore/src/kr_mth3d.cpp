@@ -39,6 +39,13 @@ bool finiteAll(std::initializer_list<double> values) {
     return true;
 }
 
+// max(m, |v|) by plain comparison: fmax is a library call. A NaN element is skipped here; it
+// makes the determinant NaN, which the singularity test refuses.
+inline double largerAbs(double m, double v) {
+    double a = fabs(v);
+    return a > m ? a : m;
+}
+
 }  // namespace
 
 // --- KR_3DMatrix ---
@@ -61,7 +68,7 @@ KR_3DMatrix& KR_3DMatrix::operator=(const KR_3DMatrix& other) {
 }
 
 KR_RET_STATUS KR_3DMatrix::setIdentity() {
-    KR_setUserError(0);
+    krInternal::clearUserError();
     if (!objIsEnabled()) return KRI_FAIL(KR_RET_ERR_POBJ);
     double* e = elemsQuiet();
     if (e == nullptr) {
@@ -75,7 +82,7 @@ KR_RET_STATUS KR_3DMatrix::setIdentity() {
 }
 
 KR_RET_STATUS KR_3DMatrix::setTranslation(double tx, double ty, double tz) {
-    KR_setUserError(0);
+    krInternal::clearUserError();
     KR_RET_STATUS status = KR_RET_TRUE;
     double* e = block(status);
     if (e == nullptr) return status;
@@ -87,7 +94,7 @@ KR_RET_STATUS KR_3DMatrix::setTranslation(double tx, double ty, double tz) {
 }
 
 KR_RET_STATUS KR_3DMatrix::setScaling(double sx, double sy, double sz) {
-    KR_setUserError(0);
+    krInternal::clearUserError();
     KR_RET_STATUS status = KR_RET_TRUE;
     double* e = block(status);
     if (e == nullptr) return status;
@@ -99,7 +106,7 @@ KR_RET_STATUS KR_3DMatrix::setScaling(double sx, double sy, double sz) {
 }
 
 KR_RET_STATUS KR_3DMatrix::setRotationX(double a) {
-    KR_setUserError(0);
+    krInternal::clearUserError();
     KR_RET_STATUS status = KR_RET_TRUE;
     double* e = block(status);
     if (e == nullptr) return status;
@@ -114,7 +121,7 @@ KR_RET_STATUS KR_3DMatrix::setRotationX(double a) {
 }
 
 KR_RET_STATUS KR_3DMatrix::setRotationY(double a) {
-    KR_setUserError(0);
+    krInternal::clearUserError();
     KR_RET_STATUS status = KR_RET_TRUE;
     double* e = block(status);
     if (e == nullptr) return status;
@@ -129,7 +136,7 @@ KR_RET_STATUS KR_3DMatrix::setRotationY(double a) {
 }
 
 KR_RET_STATUS KR_3DMatrix::setRotationZ(double a) {
-    KR_setUserError(0);
+    krInternal::clearUserError();
     KR_RET_STATUS status = KR_RET_TRUE;
     double* e = block(status);
     if (e == nullptr) return status;
@@ -144,7 +151,7 @@ KR_RET_STATUS KR_3DMatrix::setRotationZ(double a) {
 }
 
 KR_RET_STATUS KR_3DMatrix::setRotationAxis(const KR_Vector& axis, double a) {
-    KR_setUserError(0);
+    krInternal::clearUserError();
     KR_RET_STATUS status = KR_RET_TRUE;
     double* e = block(status);
     if (e == nullptr) return status;
@@ -175,7 +182,7 @@ KR_RET_STATUS KR_3DMatrix::setRotationAxis(const KR_Vector& axis, double a) {
 }
 
 KR_RET_STATUS KR_3DMatrix::setRotation(const KR_Quaternion& q) {
-    KR_setUserError(0);
+    krInternal::clearUserError();
     KR_RET_STATUS status = KR_RET_TRUE;
     double* e = block(status);
     if (e == nullptr) return status;
@@ -208,7 +215,7 @@ KR_RET_STATUS KR_3DMatrix::setRotation(const KR_Quaternion& q) {
 KR_RET_STATUS KR_3DMatrix::setLookAt(const KR_Vector& eye,
                                      const KR_Vector& target,
                                      const KR_Vector& up) {
-    KR_setUserError(0);
+    krInternal::clearUserError();
     KR_RET_STATUS status = KR_RET_TRUE;
     double* e = block(status);
     if (e == nullptr) return status;
@@ -232,7 +239,7 @@ KR_RET_STATUS KR_3DMatrix::setLookAt(const KR_Vector& eye,
 
 KR_RET_STATUS KR_3DMatrix::setPerspective(
         double fovY, double aspect, double zNear, double zFar, KR_MTH_DEPTH_RANGE range) {
-    KR_setUserError(0);
+    krInternal::clearUserError();
     KR_RET_STATUS status = KR_RET_TRUE;
     double* e = block(status);
     if (e == nullptr) return status;
@@ -258,7 +265,7 @@ KR_RET_STATUS KR_3DMatrix::setPerspective(
 
 KR_RET_STATUS KR_3DMatrix::setOrtho(
         double l, double r, double b, double t, double n, double f, KR_MTH_DEPTH_RANGE range) {
-    KR_setUserError(0);
+    krInternal::clearUserError();
     KR_RET_STATUS status = KR_RET_TRUE;
     double* e = block(status);
     if (e == nullptr) return status;
@@ -284,7 +291,7 @@ KR_RET_STATUS KR_3DMatrix::setOrtho(
 
 KR_RET_STATUS KR_3DMatrix::setFrustum(
         double l, double r, double b, double t, double n, double f, KR_MTH_DEPTH_RANGE range) {
-    KR_setUserError(0);
+    krInternal::clearUserError();
     KR_RET_STATUS status = KR_RET_TRUE;
     double* e = block(status);
     if (e == nullptr) return status;
@@ -310,14 +317,14 @@ KR_RET_STATUS KR_3DMatrix::setFrustum(
 }
 
 KR_RET_STATUS KR_3DMatrix::mul(const KR_3DMatrix& a, const KR_3DMatrix& b) {
-    KR_setUserError(0);
+    krInternal::clearUserError();
     KR_RET_STATUS status = KR_RET_TRUE;
-    const double* x = a.block(status);
-    if (x == nullptr) return status;
-    const double* y = b.block(status);
-    if (y == nullptr) return status;
     double* e = block(status);
     if (e == nullptr) return status;
+    const double* x = &a == this ? e : a.block(status);
+    if (x == nullptr) return status;
+    const double* y = &b == this ? e : &b == &a ? x : b.block(status);
+    if (y == nullptr) return status;
     double r[16];
     multiply4(r, x, y);
     memcpy(e, r, sizeof r);
@@ -325,7 +332,7 @@ KR_RET_STATUS KR_3DMatrix::mul(const KR_3DMatrix& a, const KR_3DMatrix& b) {
 }
 
 KR_RET_STATUS KR_3DMatrix::invert() {
-    KR_setUserError(0);
+    krInternal::clearUserError();
     KR_RET_STATUS status = KR_RET_TRUE;
     double* e = block(status);
     if (e == nullptr) return status;
@@ -338,7 +345,7 @@ KR_RET_STATUS KR_3DMatrix::invert() {
         double det = m[0] * c00 + m[1] * c01 + m[2] * c02;
         double maxAbs = 0.0;
         for (int i : {0, 1, 2, 4, 5, 6, 8, 9, 10})
-            maxAbs = fmax(maxAbs, fabs(m[i]));
+            maxAbs = largerAbs(maxAbs, m[i]);
         // A NaN det, an infinite element or a non-finite translation fails the test as well.
         if (!(fabs(det) > kSingularTolerance * maxAbs * maxAbs * maxAbs) || !isfinite(maxAbs) ||
             !isfinite(m[3] + m[7] + m[11]))
@@ -378,7 +385,7 @@ KR_RET_STATUS KR_3DMatrix::invert() {
     double det = s0 * c5 - s1 * c4 + s2 * c3 + s3 * c2 - s4 * c1 + s5 * c0;
     double maxAbs = 0.0;
     for (int i = 0; i < 16; ++i)
-        maxAbs = fmax(maxAbs, fabs(m[i]));
+        maxAbs = largerAbs(maxAbs, m[i]);
     double scale = maxAbs * maxAbs;
     if (!(fabs(det) > kSingularTolerance * scale * scale) || !isfinite(maxAbs))
         return KRI_FAIL_MSG(KR_RET_ERR_ARG, KR_msg(3, 9), KR_msg(3, 10));
@@ -404,7 +411,7 @@ KR_RET_STATUS KR_3DMatrix::invert() {
 }
 
 KR_RET_STATUS KR_3DMatrix::transformPoint(const KR_Vector& p, KR_Vector& out) const {
-    KR_setUserError(0);
+    krInternal::clearUserError();
     KR_RET_STATUS status = KR_RET_TRUE;
     const double* m = block(status);
     if (m == nullptr) return status;
@@ -422,7 +429,7 @@ KR_RET_STATUS KR_3DMatrix::transformPoint(const KR_Vector& p, KR_Vector& out) co
 }
 
 KR_RET_STATUS KR_3DMatrix::transformDir(const KR_Vector& d, KR_Vector& out) const {
-    KR_setUserError(0);
+    krInternal::clearUserError();
     KR_RET_STATUS status = KR_RET_TRUE;
     const double* m = block(status);
     if (m == nullptr) return status;
@@ -432,7 +439,7 @@ KR_RET_STATUS KR_3DMatrix::transformDir(const KR_Vector& d, KR_Vector& out) cons
 }
 
 KR_RET_STATUS KR_3DMatrix::getTranslation(KR_Vector& t) const {
-    KR_setUserError(0);
+    krInternal::clearUserError();
     KR_RET_STATUS status = KR_RET_TRUE;
     const double* m = block(status);
     if (m == nullptr) return status;
@@ -441,7 +448,7 @@ KR_RET_STATUS KR_3DMatrix::getTranslation(KR_Vector& t) const {
 }
 
 KR_RET_STATUS KR_3DMatrix::getFloats(float out[16], unsigned char columnMajor) const {
-    KR_setUserError(0);
+    krInternal::clearUserError();
     KR_RET_STATUS status = KR_RET_TRUE;
     const double* m = block(status);
     if (m == nullptr) return status;
@@ -459,7 +466,7 @@ double* KR_3DMatrix::block(KR_RET_STATUS& status) const {
 // --- KR_VectorArr ---
 
 KR_RET_STATUS KR_VectorArr::transform(const KR_Matrix& m) {
-    KR_setUserError(0);
+    krInternal::clearUserError();
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
     KR_RET_STATUS status = KR_RET_TRUE;
     const double* e = m.elems(status);
@@ -485,6 +492,16 @@ KR_RET_STATUS KR_VectorArr::transform(const KR_Matrix& m) {
     }
     double m4[16];
     memcpy(m4, e, sizeof m4);
+    if (m4[12] == 0.0 && m4[13] == 0.0 && m4[14] == 0.0 && m4[15] == 1.0) {
+        // Affine: w' is 1 for every finite vertex, so no w' is computed or divided by.
+        for (unsigned int i = 0; i < n; ++i) {
+            KR_Vector p = v[i];
+            v[i] = KR_Vector(m4[0] * p.x + m4[1] * p.y + m4[2] * p.z + m4[3],
+                             m4[4] * p.x + m4[5] * p.y + m4[6] * p.z + m4[7],
+                             m4[8] * p.x + m4[9] * p.y + m4[10] * p.z + m4[11]);
+        }
+        return KR_RET_TRUE;
+    }
     bool zeroW = false;
     for (unsigned int i = 0; i < n; ++i) {
         KR_Vector p = v[i];
@@ -492,13 +509,17 @@ KR_RET_STATUS KR_VectorArr::transform(const KR_Matrix& m) {
         double y = m4[4] * p.x + m4[5] * p.y + m4[6] * p.z + m4[7];
         double z = m4[8] * p.x + m4[9] * p.y + m4[10] * p.z + m4[11];
         double w = m4[12] * p.x + m4[13] * p.y + m4[14] * p.z + m4[15];
-        if (w == 1.0 || w == 0.0) {
-            zeroW |= w == 0.0;
-            v[i] = KR_Vector(x, y, z);
-        } else {
-            double inv = 1.0 / w;
-            v[i] = KR_Vector(x * inv, y * inv, z * inv);
+        if (w != 1.0) {
+            if (w != 0.0) {
+                double inv = 1.0 / w;
+                x *= inv;
+                y *= inv;
+                z *= inv;
+            } else {
+                zeroW = true;
+            }
         }
+        v[i] = KR_Vector(x, y, z);
     }
     return zeroW ? KR_RET_FALSE : KR_RET_TRUE;
 }
