@@ -38,12 +38,19 @@ double uniform(double lo, double hi) {
 struct Kr {
     using Vec = KR_Vector;
     using Quat = KR_Quaternion;
+
     static Vec vec(double x, double y, double z) { return KR_Vector(x, y, z); }
+
     static Quat quat(double w, double x, double y, double z) { return KR_Quaternion(w, x, y, z); }
+
     static double dot(const Vec& a, const Vec& b) { return a.dot(b); }
+
     static Vec cross(const Vec& a, const Vec& b) { return a.cross(b); }
+
     static void normalize(Vec& v) { v.normalize(); }
+
     static Quat mul(const Quat& a, const Quat& b) { return a * b; }
+
     static Quat slerp(const Quat& a, const Quat& b, double t) {
         KR_Quaternion out;
         KR_mthSlerp(a, b, t, out);
@@ -54,12 +61,19 @@ struct Kr {
 struct Glm {
     using Vec = glm::dvec3;
     using Quat = glm::dquat;
+
     static Vec vec(double x, double y, double z) { return glm::dvec3(x, y, z); }
+
     static Quat quat(double w, double x, double y, double z) { return glm::dquat(w, x, y, z); }
+
     static double dot(const Vec& a, const Vec& b) { return glm::dot(a, b); }
+
     static Vec cross(const Vec& a, const Vec& b) { return glm::cross(a, b); }
+
     static void normalize(Vec& v) { v = glm::normalize(v); }
+
     static Quat mul(const Quat& a, const Quat& b) { return a * b; }
+
     static Quat slerp(const Quat& a, const Quat& b, double t) { return glm::slerp(a, b, t); }
 };
 
@@ -164,27 +178,35 @@ void fill(double m[16], bool affine) {
 
 struct KrMat4 {
     KR_3DMatrix m, a, b;
+
     explicit KrMat4(bool affine) {
         double v[16];
         fill(v, affine);
         for (int i = 0; i < 16; ++i)
             m(i / 4, i % 4) = a(i / 4, i % 4) = b(i / 4, 3 - i % 4) = v[i];
     }
+
     void mul() { m.mul(a, b); }
+
     void invert() { m.invert(); }
+
     void* out() { return &m; }
 };
 
 struct GlmMat4 {
     glm::dmat4 m, a, b;
+
     explicit GlmMat4(bool affine) {
         double v[16];
         fill(v, affine);
         for (int i = 0; i < 16; ++i)
             m[i % 4][i / 4] = a[i % 4][i / 4] = b[3 - i % 4][i / 4] = v[i];
     }
+
     void mul() { m = a * b; }
+
     void invert() { m = glm::inverse(m); }
+
     void* out() { return &m; }
 };
 
@@ -316,6 +338,7 @@ void BM_MatInvertEigen(benchmark::State& state) {
 struct Spheres {
     std::vector<KR_Vector> centres;
     std::vector<double> radii;
+
     Spheres() {
         rng().seed(31);
         for (size_t i = 0; i < kVertices; ++i) {
@@ -353,8 +376,7 @@ void BM_ClassifySphereGlm(benchmark::State& state) {
     cam.getFrustumPlanes(planes);
     glm::dvec4 p[6];
     for (int i = 0; i < 6; ++i)
-        p[i] = glm::dvec4(planes[i].normal.x, planes[i].normal.y, planes[i].normal.z,
-                          planes[i].d);
+        p[i] = glm::dvec4(planes[i].normal.x, planes[i].normal.y, planes[i].normal.z, planes[i].d);
     std::vector<glm::dvec3> centres;
     for (const KR_Vector& c : s.centres)
         centres.push_back(glm::dvec3(c.x, c.y, c.z));
@@ -395,7 +417,8 @@ void BM_WorldToScreenKr(benchmark::State& state) {
 }
 
 void BM_WorldToScreenGlm(benchmark::State& state) {
-    glm::dmat4 view = glm::lookAtRH(glm::dvec3(1, 2, 3), glm::dvec3(0, 0, -20), glm::dvec3(0, 1, 0));
+    glm::dmat4 view =
+            glm::lookAtRH(glm::dvec3(1, 2, 3), glm::dvec3(0, 0, -20), glm::dvec3(0, 1, 0));
     glm::dmat4 proj = glm::perspectiveRH_ZO(1.0, 16.0 / 9.0, 0.1, 100.0);
     glm::dvec4 viewport(0, 0, 1920, 1080);
     std::vector<glm::dvec3> pts = vectors<Glm>();
@@ -413,6 +436,7 @@ void BM_WorldToScreenGlm(benchmark::State& state) {
 // The library reports through the reporter and the stream that KR_init makes.
 struct Library {
     Library() { KR_init(); }
+
     ~Library() { KR_close(); }
 } library;
 

@@ -322,6 +322,7 @@ TEST(Mth, NonFiniteAndNearSingularInverses) {
             {"tiny pivot", {1, 1e-13, 1, 1}, 0, KR_RET_ERR_ARG},
             {"small but fine", {1, 1e-11, 1, 1}, 0.5, KR_RET_TRUE},
     };
+
     krtest::ReportCapture capture;
 
     for (const Case& c : cases) {
