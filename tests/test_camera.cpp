@@ -147,6 +147,7 @@ TEST(Camera, EdgesAndBadArguments) {
 
 TEST(Camera, FailedConstructionLeavesItUnusable) {
     KR_REQUIRE_FAULT_INJECTION();
+    krtest::ReportCapture capture;
     krtest::forEachAllocationFailure(
             [] {
                 KR_Camera cam;
@@ -155,7 +156,6 @@ TEST(Camera, FailedConstructionLeavesItUnusable) {
                 return cam.objIsEnabled() ? status : KR_RET_ERR_MEM;
             },
             [](KR_RET_STATUS status, unsigned long) { EXPECT_KR_STATUS(KR_RET_ERR_MEM, status); });
-    krtest::ReportCapture capture;
     krTesting::failAllocation(2);
     KR_Camera broken;
     krTesting::failAllocation(0);

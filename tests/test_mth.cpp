@@ -415,6 +415,7 @@ TEST(Mth, VertexArraysKeepTheirTargetOnFailure) {
 
 TEST(Mth, AllocationFailuresLeaveTargetsUnchanged) {
     KR_REQUIRE_FAULT_INJECTION();
+    krtest::ReportCapture capture;
     krtest::forEachAllocationFailure(
             [] {
                 KR_Matrix m(3, 3);
