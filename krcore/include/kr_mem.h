@@ -50,6 +50,13 @@ public:
     // Byte-wise equality; false (after a report) when either side is not initialised.
     unsigned char operator==(const KR_Memory& other) const;
 
+protected:
+    // memPtr() and memSize() for the hot paths of derived classes: the same answers, without
+    // clearing the user error (nothing here can fail, so there is nothing to report).
+    unsigned char* blockPtr() const { return initialised_ ? data_ : nullptr; }
+
+    unsigned int blockSize() const { return initialised_ ? size_ : 0; }
+
 private:
     KR_RET_STATUS initDataMembers(unsigned int size);
     KR_RET_STATUS cleanupDataMembers();

@@ -27,6 +27,8 @@
 #define KRCORE_KR_MTH_H
 
 #include <math.h>
+#include <stddef.h>
+#include <stdint.h>
 
 #include "kr_globals.h"
 #include "kr_iostream.h"
@@ -497,8 +499,20 @@ protected:
     // The elements when the block holds the shape; otherwise null after a KR_RET_ERR_CALL report
     // (status set) or a KR_RET_ERR_POBJ report.
     double* elems(KR_RET_STATUS& status) const;
-    // As elems, but the numbers without any report: null when the block is broken.
-    double* elemsQuiet() const;
+
+    // As elems, but the numbers without any report: null when the block is broken. Inline: every
+    // 4 x 4 operation starts with it.
+    double* elemsQuiet() const {
+        size_t need = static_cast<size_t>(rows_) * cols_ * sizeof(double);
+        void* p = initialised_ ? blockPtr() : nullptr;
+        if (need == 0)
+            return p != nullptr ? static_cast<double*>(p) : &krInternal::nullRef<double>();
+        if (p == nullptr || blockSize() < need ||
+            reinterpret_cast<uintptr_t>(p) % alignof(double) != 0)
+            return nullptr;
+        return static_cast<double*>(p);
+    }
+
     // Takes block (rows x cols doubles, from the C allocator) as the new storage.
     void adopt(double* block, unsigned int rows, unsigned int cols);
 

@@ -500,18 +500,6 @@ double* KR_Matrix::elems(KR_RET_STATUS& status) const {
     return e;
 }
 
-double* KR_Matrix::elemsQuiet() const {
-    if (!initialised_) return nullptr;
-    KR_Matrix* self = const_cast<KR_Matrix*>(this);
-    size_t need = static_cast<size_t>(rows_) * cols_ * sizeof(double);
-    void* p = self->memPtr();
-    if (need == 0) return p != nullptr ? static_cast<double*>(p) : &krInternal::nullRef<double>();
-    if (p == nullptr || self->memSize() < need ||
-        reinterpret_cast<uintptr_t>(p) % alignof(double) != 0)
-        return nullptr;
-    return static_cast<double*>(p);
-}
-
 void KR_Matrix::adopt(double* block, unsigned int rows, unsigned int cols) {
     void* old = memPtr();
     memSet(block, static_cast<unsigned int>(static_cast<size_t>(rows) * cols * sizeof(double)));
