@@ -606,6 +606,7 @@ private:
 
     // The 4 x 4 block; null after a report (status set).
     double* block(KR_RET_STATUS& status) const;
+    KR_RET_STATUS setPlaneRotation(int i, int j, double a);
 };
 
 #endif  // KRCORE_KR_MTH_H

@@ -215,25 +215,21 @@ KR_RET_STATUS KR_Camera::moveLocal(const KR_Vector& d) {
 }
 
 KR_RET_STATUS KR_Camera::rotateLocal(const KR_Vector& axis, double angle) {
-    KR_setUserError(0);
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    KR_Quaternion q;
-    if (q.fromAxisAngle(axis, angle) != KR_RET_TRUE || !isfinite(angle))
-        return KRI_FAIL_MSG(KR_RET_ERR_ARG, "KR_Camera rotation: ", "zero axis\n");
-    KR_Quaternion r = orientation_ * q;
-    r.normalize();
-    orientation_ = r;
-    cacheValid_ = 0;
-    return KR_RET_TRUE;
+    return rotate(axis, angle, true);
 }
 
 KR_RET_STATUS KR_Camera::rotateWorld(const KR_Vector& axis, double angle) {
+    return rotate(axis, angle, false);
+}
+
+// Turns the orientation about axis, taken in camera space (local) or in world space.
+KR_RET_STATUS KR_Camera::rotate(const KR_Vector& axis, double angle, bool local) {
     KR_setUserError(0);
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
     KR_Quaternion q;
     if (q.fromAxisAngle(axis, angle) != KR_RET_TRUE || !isfinite(angle))
         return KRI_FAIL_MSG(KR_RET_ERR_ARG, "KR_Camera rotation: ", "zero axis\n");
-    KR_Quaternion r = q * orientation_;
+    KR_Quaternion r = local ? orientation_ * q : q * orientation_;
     r.normalize();
     orientation_ = r;
     cacheValid_ = 0;

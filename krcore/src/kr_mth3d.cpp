@@ -105,7 +105,9 @@ KR_RET_STATUS KR_3DMatrix::setScaling(double sx, double sy, double sz) {
     return KR_RET_TRUE;
 }
 
-KR_RET_STATUS KR_3DMatrix::setRotationX(double a) {
+// A rotation by a in the plane of axes i and j (i to j is the positive sense), the third axis
+// fixed.
+KR_RET_STATUS KR_3DMatrix::setPlaneRotation(int i, int j, double a) {
     krInternal::clearUserError();
     KR_RET_STATUS status = KR_RET_TRUE;
     double* e = block(status);
@@ -113,41 +115,23 @@ KR_RET_STATUS KR_3DMatrix::setRotationX(double a) {
     double c = cos(a);
     double s = sin(a);
     identity4(e);
-    e[5] = c;
-    e[6] = -s;
-    e[9] = s;
-    e[10] = c;
+    e[i * 4 + i] = c;
+    e[i * 4 + j] = -s;
+    e[j * 4 + i] = s;
+    e[j * 4 + j] = c;
     return KR_RET_TRUE;
+}
+
+KR_RET_STATUS KR_3DMatrix::setRotationX(double a) {
+    return setPlaneRotation(1, 2, a);
 }
 
 KR_RET_STATUS KR_3DMatrix::setRotationY(double a) {
-    krInternal::clearUserError();
-    KR_RET_STATUS status = KR_RET_TRUE;
-    double* e = block(status);
-    if (e == nullptr) return status;
-    double c = cos(a);
-    double s = sin(a);
-    identity4(e);
-    e[0] = c;
-    e[2] = s;
-    e[8] = -s;
-    e[10] = c;
-    return KR_RET_TRUE;
+    return setPlaneRotation(2, 0, a);
 }
 
 KR_RET_STATUS KR_3DMatrix::setRotationZ(double a) {
-    krInternal::clearUserError();
-    KR_RET_STATUS status = KR_RET_TRUE;
-    double* e = block(status);
-    if (e == nullptr) return status;
-    double c = cos(a);
-    double s = sin(a);
-    identity4(e);
-    e[0] = c;
-    e[1] = -s;
-    e[4] = s;
-    e[5] = c;
-    return KR_RET_TRUE;
+    return setPlaneRotation(0, 1, a);
 }
 
 KR_RET_STATUS KR_3DMatrix::setRotationAxis(const KR_Vector& axis, double a) {
