@@ -101,6 +101,7 @@ private:
     KR_RET_STATUS initDataMembers();
     KR_RET_STATUS cleanupDataMembers();
     KR_RET_STATUS rotate(const KR_Vector& axis, double angle, bool local);
+    void copySettings(const KR_Camera& other);
     // Recomputes the matrices and planes when a setter cleared cacheValid_.
     void rebuild() const;
     KR_RET_STATUS ready() const;

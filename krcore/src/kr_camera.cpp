@@ -58,6 +58,12 @@ KR_Camera::KR_Camera(const KR_Camera& other)
     if (!view_.objIsEnabled() || !projMat_.objIsEnabled() || !viewProj_.objIsEnabled() ||
         !invViewProj_.objIsEnabled())
         return;
+    copySettings(other);
+    initialised_ = 1;
+}
+
+// Everything that defines the camera; the matrices and planes follow from it.
+void KR_Camera::copySettings(const KR_Camera& other) {
     position_ = other.position_;
     orientation_ = other.orientation_;
     proj_ = other.proj_;
@@ -68,7 +74,6 @@ KR_Camera::KR_Camera(const KR_Camera& other)
     zFar_ = other.zFar_;
     depthRange_ = other.depthRange_;
     viewport_ = other.viewport_;
-    initialised_ = 1;
 }
 
 KR_Camera::~KR_Camera() {
@@ -83,16 +88,7 @@ KR_Camera& KR_Camera::operator=(const KR_Camera& other) {
         return *this;
     }
     if (&other == this) return *this;
-    position_ = other.position_;
-    orientation_ = other.orientation_;
-    proj_ = other.proj_;
-    fovY_ = other.fovY_;
-    orthoHeight_ = other.orthoHeight_;
-    aspect_ = other.aspect_;
-    zNear_ = other.zNear_;
-    zFar_ = other.zFar_;
-    depthRange_ = other.depthRange_;
-    viewport_ = other.viewport_;
+    copySettings(other);
     cacheValid_ = 0;
     return *this;
 }
