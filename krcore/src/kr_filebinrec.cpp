@@ -309,6 +309,20 @@ KR_RET_STATUS KR_FileBinaryRec::recFlush(unsigned char toDisk) {
     return commit(toDisk);
 }
 
+namespace {
+
+// object's binary packing into packed; used is its length.
+KR_RET_STATUS packObject(KR_Persistable& object,
+                         KR_Version& version,
+                         KR_Memory& packed,
+                         unsigned int& used) {
+    KR_RET_STATUS status = packed.memGet(object.getPackedSize(version, KR_STORAGE_BINARY));
+    if (KRI_FAILED(status)) return status;
+    return object.pack(version, static_cast<char*>(packed.memPtr()), used, KR_STORAGE_BINARY);
+}
+
+}  // namespace
+
 KR_RET_STATUS KR_FileBinaryRec::recAppendObj(KR_Persistable& object,
                                              KR_Version& version,
                                              unsigned int& index,
@@ -316,10 +330,7 @@ KR_RET_STATUS KR_FileBinaryRec::recAppendObj(KR_Persistable& object,
     KR_setUserError(0);
     KR_Memory packed;
     unsigned int used = 0;
-    KR_RET_STATUS status = packed.memGet(object.getPackedSize(version, KR_STORAGE_BINARY));
-    if (!KRI_FAILED(status)) {
-        status = object.pack(version, static_cast<char*>(packed.memPtr()), used, KR_STORAGE_BINARY);
-    }
+    KR_RET_STATUS status = packObject(object, version, packed, used);
     if (KRI_FAILED(status)) return status;
     return recAppend(packed.memPtr(), used, index, kind, 0);
 }
@@ -330,10 +341,7 @@ KR_RET_STATUS KR_FileBinaryRec::recWriteObj(unsigned int index,
     KR_setUserError(0);
     KR_Memory packed;
     unsigned int used = 0;
-    KR_RET_STATUS status = packed.memGet(object.getPackedSize(version, KR_STORAGE_BINARY));
-    if (!KRI_FAILED(status)) {
-        status = object.pack(version, static_cast<char*>(packed.memPtr()), used, KR_STORAGE_BINARY);
-    }
+    KR_RET_STATUS status = packObject(object, version, packed, used);
     if (KRI_FAILED(status)) return status;
     return recWrite(index, packed.memPtr(), used);
 }
