@@ -105,19 +105,14 @@ KR_PubObjVar::KR_PubObjVar(const KR_PubObjVar& other) : KR_PublicClass(), KR_Per
     if (&other != this) KRI_FAIL(KR_RET_ERR_NSUP);
 }
 
+// The same class check as the base's: concrete classes override these to copy and compare their
+// data after it.
 KR_RET_STATUS KR_PubObjVar::copyObj(KR_PublicClass* src) {
-    KR_setUserError(0);
-    if (src == nullptr || !sameClass(this, src)) return KRI_FAIL(KR_RET_ERR_ARG);
-    return KR_RET_TRUE;
+    return KR_PublicClass::copyObj(src);
 }
 
 unsigned char KR_PubObjVar::compObj(KR_PublicClass* other) {
-    KR_setUserError(0);
-    if (other == nullptr || !sameClass(this, other)) {
-        KRI_FAIL(KR_RET_ERR_ARG);
-        return 0;
-    }
-    return 1;
+    return KR_PublicClass::compObj(other);
 }
 
 KR_RET_STATUS KR_PubObjVar::getCompInterface(char* interfaceId, void** out) {
