@@ -531,6 +531,84 @@ private:
 // One "[a, b, c]" line per row.
 KR_API KR_OStream& operator<<(KR_OStream& stream, const KR_Matrix& m);
 
+namespace krInternal {
+// r = a b for row-major 4 x 4 matrices; r may be a or b: b is read whole before the first store,
+// and each row of a before its row of r is written. Inline so that a product in a host's loop
+// compiles to the same code as one written there.
+inline void mthMultiply4(double* r, const double* a, const double* b) {
+    double b0 = b[0], b1 = b[1], b2 = b[2], b3 = b[3];
+    double b4 = b[4], b5 = b[5], b6 = b[6], b7 = b[7];
+    double b8 = b[8], b9 = b[9], b10 = b[10], b11 = b[11];
+    double b12 = b[12], b13 = b[13], b14 = b[14], b15 = b[15];
+    for (int i = 0; i < 16; i += 4) {
+        double a0 = a[i];
+        double a1 = a[i + 1];
+        double a2 = a[i + 2];
+        double a3 = a[i + 3];
+        r[i] = a0 * b0 + a1 * b4 + a2 * b8 + a3 * b12;
+        r[i + 1] = a0 * b1 + a1 * b5 + a2 * b9 + a3 * b13;
+        r[i + 2] = a0 * b2 + a1 * b6 + a2 * b10 + a3 * b14;
+        r[i + 3] = a0 * b3 + a1 * b7 + a2 * b11 + a3 * b15;
+    }
+}
+
+// max(a, b) by plain comparison (fmax is a library call).
+inline double mthLarger(double a, double b) {
+    return a > b ? a : b;
+}
+
+// Row 3 of the 4 x 4 matrix m is exactly 0, 0, 0, 1.
+inline bool mthIsAffine(const double* m) {
+    return m[12] == 0.0 && m[13] == 0.0 && m[14] == 0.0 && m[15] == 1.0;
+}
+
+// The inverse of an affine m in place: the 3 x 3 cofactor inverse R^-1 and t' = -R^-1 t.
+// False, m untouched, when |det3| <= 1e-12 maxAbs^3 or an element is not finite. Inline, as the
+// product: a host's loop over its transforms keeps it free of calls.
+inline bool mthInvertAffine(double* e) {
+    const double* m = e;
+    double c00 = m[5] * m[10] - m[6] * m[9];
+    double c01 = m[6] * m[8] - m[4] * m[10];
+    double c02 = m[4] * m[9] - m[5] * m[8];
+    double det = m[0] * c00 + m[1] * c01 + m[2] * c02;
+    double maxAbs = mthLarger(
+            mthLarger(mthLarger(fabs(m[0]), fabs(m[1])), mthLarger(fabs(m[2]), fabs(m[4]))),
+            mthLarger(mthLarger(fabs(m[5]), fabs(m[6])),
+                      mthLarger(mthLarger(fabs(m[8]), fabs(m[9])), fabs(m[10]))));
+    // A NaN det, an infinite element or a non-finite translation fails the test as well.
+    if (!(fabs(det) > 1e-12 * maxAbs * maxAbs * maxAbs) || !isfinite(maxAbs) ||
+        !isfinite(m[3] + m[7] + m[11]))
+        return false;
+    // Everything is read into registers before the first store: m is the target too.
+    double inv = 1.0 / det;
+    double r0 = c00 * inv;
+    double r1 = (m[2] * m[9] - m[1] * m[10]) * inv;
+    double r2 = (m[1] * m[6] - m[2] * m[5]) * inv;
+    double r4 = c01 * inv;
+    double r5 = (m[0] * m[10] - m[2] * m[8]) * inv;
+    double r6 = (m[2] * m[4] - m[0] * m[6]) * inv;
+    double r8 = c02 * inv;
+    double r9 = (m[1] * m[8] - m[0] * m[9]) * inv;
+    double r10 = (m[0] * m[5] - m[1] * m[4]) * inv;
+    double tx = m[3];
+    double ty = m[7];
+    double tz = m[11];
+    e[0] = r0;
+    e[1] = r1;
+    e[2] = r2;
+    e[3] = -(r0 * tx + r1 * ty + r2 * tz);
+    e[4] = r4;
+    e[5] = r5;
+    e[6] = r6;
+    e[7] = -(r4 * tx + r5 * ty + r6 * tz);
+    e[8] = r8;
+    e[9] = r9;
+    e[10] = r10;
+    e[11] = -(r8 * tx + r9 * ty + r10 * tz);
+    return true;
+}
+}  // namespace krInternal
+
 // KR_3DMatrix — a 4 x 4 homogeneous transform; starts as the identity and keeps its shape
 // (resize answers KR_RET_ERR_NSUP).
 //
@@ -585,12 +663,28 @@ public:
                              KR_MTH_DEPTH_RANGE range = KR_MTH_DEPTH_ZERO_TO_ONE);
 
     // this := a b with an unrolled kernel; this may be a or b.
-    KR_RET_STATUS mul(const KR_3DMatrix& a, const KR_3DMatrix& b);
+    KR_RET_STATUS mul(const KR_3DMatrix& a, const KR_3DMatrix& b) {
+        krInternal::clearUserError();
+        double* e = elemsQuiet();
+        const double* x = a.elemsQuiet();
+        const double* y = b.elemsQuiet();
+        if (e == nullptr || x == nullptr || y == nullptr) return reportBroken(a, b);
+        krInternal::mthMultiply4(e, x, y);
+        return KR_RET_TRUE;
+    }
+
     using KR_Matrix::mul;
+
     // Affine matrices (row 3 exactly 0, 0, 0, 1) take a 3 x 3 cofactor inverse and t' = -R^-1 t
     // (singular when |det3| <= 1e-12 maxAbs^3); others the 4 x 4 cofactor expansion (singular
     // when |det| <= 1e-12 maxAbs^4). A NaN or infinite element is singular too.
-    KR_RET_STATUS invert();
+    KR_RET_STATUS invert() {
+        krInternal::clearUserError();
+        double* e = elemsQuiet();
+        if (e != nullptr && krInternal::mthIsAffine(e) && krInternal::mthInvertAffine(e))
+            return KR_RET_TRUE;
+        return invertAny();
+    }
 
     // out = M (p, 1) divided by w'; KR_RET_FALSE (out = the undivided x', y', z') when w' = 0.
     KR_RET_STATUS transformPoint(const KR_Vector& p, KR_Vector& out) const;
@@ -604,8 +698,16 @@ public:
 private:
     friend struct KR_Quaternion;
 
-    // The 4 x 4 block; null after a report (status set).
-    double* block(KR_RET_STATUS& status) const;
+    // The 4 x 4 block; null after a report (status set). The sound case stays inline.
+    double* block(KR_RET_STATUS& status) const {
+        double* e = elemsQuiet();
+        return e != nullptr ? e : elems(status);
+    }
+
+    // invert for every case but a sound affine matrix with an inverse.
+    KR_RET_STATUS invertAny();
+    // The report of the first of this, a and b whose block is broken.
+    KR_RET_STATUS reportBroken(const KR_3DMatrix& a, const KR_3DMatrix& b) const;
     KR_RET_STATUS setPlaneRotation(int i, int j, double a);
 };
 

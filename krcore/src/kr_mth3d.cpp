@@ -15,19 +15,6 @@ namespace {
 constexpr double kSingularTolerance = 1e-12;
 
 // The 4 x 4 product r := a b, unrolled; r may not overlap a or b.
-inline void multiply4(double* __restrict r, const double* a, const double* b) {
-    for (int i = 0; i < 4; ++i) {
-        double a0 = a[i * 4];
-        double a1 = a[i * 4 + 1];
-        double a2 = a[i * 4 + 2];
-        double a3 = a[i * 4 + 3];
-        r[i * 4] = a0 * b[0] + a1 * b[4] + a2 * b[8] + a3 * b[12];
-        r[i * 4 + 1] = a0 * b[1] + a1 * b[5] + a2 * b[9] + a3 * b[13];
-        r[i * 4 + 2] = a0 * b[2] + a1 * b[6] + a2 * b[10] + a3 * b[14];
-        r[i * 4 + 3] = a0 * b[3] + a1 * b[7] + a2 * b[11] + a3 * b[15];
-    }
-}
-
 void identity4(double* e) {
     static const double kIdentity[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
     memcpy(e, kIdentity, sizeof kIdentity);
@@ -39,11 +26,61 @@ bool finiteAll(std::initializer_list<double> values) {
     return true;
 }
 
-// max(m, |v|) by plain comparison: fmax is a library call. A NaN element is skipped here; it
-// makes the determinant NaN, which the singularity test refuses.
-inline double largerAbs(double m, double v) {
-    double a = fabs(v);
-    return a > m ? a : m;
+// Two doubles in one register.
+typedef double Pair __attribute__((vector_size(16)));
+
+inline double larger(double a, double b) {
+    return a > b ? a : b;
+}
+
+// The inverse of any m by cofactors, in place; false, m untouched, when singular.
+bool invertGeneral(double* e) {
+    const double* m = e;
+    // Two lanes at a time (GCC vector extension: SSE2 registers where there are any, scalar code
+    // otherwise). Each lane computes the scalar expression term by term, so the results are
+    // bit for bit those of the plain formulas.
+    Pair s01 = Pair{m[0], m[0]} * Pair{m[5], m[6]} - Pair{m[4], m[4]} * Pair{m[1], m[2]};
+    Pair s23 = Pair{m[0], m[1]} * Pair{m[7], m[6]} - Pair{m[4], m[5]} * Pair{m[3], m[2]};
+    Pair s45 = Pair{m[1], m[2]} * Pair{m[7], m[7]} - Pair{m[5], m[6]} * Pair{m[3], m[3]};
+    Pair c01 = Pair{m[8], m[8]} * Pair{m[13], m[14]} - Pair{m[12], m[12]} * Pair{m[9], m[10]};
+    Pair c23 = Pair{m[8], m[9]} * Pair{m[15], m[14]} - Pair{m[12], m[13]} * Pair{m[11], m[10]};
+    Pair c45 = Pair{m[9], m[10]} * Pair{m[15], m[15]} - Pair{m[13], m[14]} * Pair{m[11], m[11]};
+    double s0 = s01[0], s1 = s01[1], s2 = s23[0], s3 = s23[1], s4 = s45[0], s5 = s45[1];
+    double c0 = c01[0], c1 = c01[1], c2 = c23[0], c3 = c23[1], c4 = c45[0], c5 = c45[1];
+    double det = s0 * c5 - s1 * c4 + s2 * c3 + s3 * c2 - s4 * c1 + s5 * c0;
+    // Pairwise halving, which the compiler turns into packed maxima.
+    double half[8];
+    for (int i = 0; i < 8; ++i)
+        half[i] = larger(fabs(m[i]), fabs(m[i + 8]));
+    for (int i = 0; i < 4; ++i)
+        half[i] = larger(half[i], half[i + 4]);
+    double maxAbs = larger(larger(half[0], half[2]), larger(half[1], half[3]));
+    double scale = maxAbs * maxAbs;
+    if (!(fabs(det) > kSingularTolerance * scale * scale) || !isfinite(maxAbs)) return false;
+    double inv = 1.0 / det;
+    // Columns 0 and 1 of rows 1 and 3, swapped into (row 1, row 0) and (row 3, row 2) pairs:
+    // each output pair is an entry of an odd and of an even column, opposite in sign.
+    Pair a = {m[4], m[0]}, b = {m[5], m[1]}, c = {m[6], m[2]}, d = {m[7], m[3]};
+    Pair f = {m[12], m[8]}, g = {m[13], m[9]}, h = {m[14], m[10]}, k = {m[15], m[11]};
+    Pair plus = {inv, -inv};
+    Pair minus = {-inv, inv};
+    Pair r01 = plus * (b * c5 - c * c4 + d * c3);
+    Pair r23 = plus * (g * s5 - h * s4 + k * s3);
+    Pair r45 = minus * (a * c5 - c * c2 + d * c1);
+    Pair r67 = minus * (f * s5 - h * s2 + k * s1);
+    Pair r89 = plus * (a * c4 - b * c2 + d * c0);
+    Pair r1011 = plus * (f * s4 - g * s2 + k * s0);
+    Pair r1213 = minus * (a * c3 - b * c1 + c * c0);
+    Pair r1415 = minus * (f * s3 - g * s1 + h * s0);
+    memcpy(e, &r01, sizeof r01);
+    memcpy(e + 2, &r23, sizeof r23);
+    memcpy(e + 4, &r45, sizeof r45);
+    memcpy(e + 6, &r67, sizeof r67);
+    memcpy(e + 8, &r89, sizeof r89);
+    memcpy(e + 10, &r1011, sizeof r1011);
+    memcpy(e + 12, &r1213, sizeof r1213);
+    memcpy(e + 14, &r1415, sizeof r1415);
+    return true;
 }
 
 }  // namespace
@@ -300,97 +337,19 @@ KR_RET_STATUS KR_3DMatrix::setFrustum(
     return KR_RET_TRUE;
 }
 
-KR_RET_STATUS KR_3DMatrix::mul(const KR_3DMatrix& a, const KR_3DMatrix& b) {
-    krInternal::clearUserError();
+KR_RET_STATUS KR_3DMatrix::reportBroken(const KR_3DMatrix& a, const KR_3DMatrix& b) const {
     KR_RET_STATUS status = KR_RET_TRUE;
-    double* e = block(status);
-    if (e == nullptr) return status;
-    const double* x = &a == this ? e : a.block(status);
-    if (x == nullptr) return status;
-    const double* y = &b == this ? e : &b == &a ? x : b.block(status);
-    if (y == nullptr) return status;
-    double r[16];
-    multiply4(r, x, y);
-    memcpy(e, r, sizeof r);
-    return KR_RET_TRUE;
+    if (block(status) != nullptr && a.block(status) != nullptr) b.block(status);
+    return status;
 }
 
-KR_RET_STATUS KR_3DMatrix::invert() {
+KR_RET_STATUS KR_3DMatrix::invertAny() {
     krInternal::clearUserError();
     KR_RET_STATUS status = KR_RET_TRUE;
     double* e = block(status);
     if (e == nullptr) return status;
-    const double* m = e;
-    double r[16];
-    if (m[12] == 0.0 && m[13] == 0.0 && m[14] == 0.0 && m[15] == 1.0) {
-        double c00 = m[5] * m[10] - m[6] * m[9];
-        double c01 = m[6] * m[8] - m[4] * m[10];
-        double c02 = m[4] * m[9] - m[5] * m[8];
-        double det = m[0] * c00 + m[1] * c01 + m[2] * c02;
-        double maxAbs = 0.0;
-        for (int i : {0, 1, 2, 4, 5, 6, 8, 9, 10})
-            maxAbs = largerAbs(maxAbs, m[i]);
-        // A NaN det, an infinite element or a non-finite translation fails the test as well.
-        if (!(fabs(det) > kSingularTolerance * maxAbs * maxAbs * maxAbs) || !isfinite(maxAbs) ||
-            !isfinite(m[3] + m[7] + m[11]))
-            return KRI_FAIL_MSG(KR_RET_ERR_ARG, KR_msg(3, 9), KR_msg(3, 10));
-        double inv = 1.0 / det;
-        r[0] = c00 * inv;
-        r[1] = (m[2] * m[9] - m[1] * m[10]) * inv;
-        r[2] = (m[1] * m[6] - m[2] * m[5]) * inv;
-        r[4] = c01 * inv;
-        r[5] = (m[0] * m[10] - m[2] * m[8]) * inv;
-        r[6] = (m[2] * m[4] - m[0] * m[6]) * inv;
-        r[8] = c02 * inv;
-        r[9] = (m[1] * m[8] - m[0] * m[9]) * inv;
-        r[10] = (m[0] * m[5] - m[1] * m[4]) * inv;
-        r[3] = -(r[0] * m[3] + r[1] * m[7] + r[2] * m[11]);
-        r[7] = -(r[4] * m[3] + r[5] * m[7] + r[6] * m[11]);
-        r[11] = -(r[8] * m[3] + r[9] * m[7] + r[10] * m[11]);
-        r[12] = 0.0;
-        r[13] = 0.0;
-        r[14] = 0.0;
-        r[15] = 1.0;
-        memcpy(e, r, sizeof r);
-        return KR_RET_TRUE;
-    }
-    double s0 = m[0] * m[5] - m[4] * m[1];
-    double s1 = m[0] * m[6] - m[4] * m[2];
-    double s2 = m[0] * m[7] - m[4] * m[3];
-    double s3 = m[1] * m[6] - m[5] * m[2];
-    double s4 = m[1] * m[7] - m[5] * m[3];
-    double s5 = m[2] * m[7] - m[6] * m[3];
-    double c5 = m[10] * m[15] - m[14] * m[11];
-    double c4 = m[9] * m[15] - m[13] * m[11];
-    double c3 = m[9] * m[14] - m[13] * m[10];
-    double c2 = m[8] * m[15] - m[12] * m[11];
-    double c1 = m[8] * m[14] - m[12] * m[10];
-    double c0 = m[8] * m[13] - m[12] * m[9];
-    double det = s0 * c5 - s1 * c4 + s2 * c3 + s3 * c2 - s4 * c1 + s5 * c0;
-    double maxAbs = 0.0;
-    for (int i = 0; i < 16; ++i)
-        maxAbs = largerAbs(maxAbs, m[i]);
-    double scale = maxAbs * maxAbs;
-    if (!(fabs(det) > kSingularTolerance * scale * scale) || !isfinite(maxAbs))
+    if (!(krInternal::mthIsAffine(e) ? krInternal::mthInvertAffine(e) : invertGeneral(e)))
         return KRI_FAIL_MSG(KR_RET_ERR_ARG, KR_msg(3, 9), KR_msg(3, 10));
-    double inv = 1.0 / det;
-    r[0] = (m[5] * c5 - m[6] * c4 + m[7] * c3) * inv;
-    r[1] = (-m[1] * c5 + m[2] * c4 - m[3] * c3) * inv;
-    r[2] = (m[13] * s5 - m[14] * s4 + m[15] * s3) * inv;
-    r[3] = (-m[9] * s5 + m[10] * s4 - m[11] * s3) * inv;
-    r[4] = (-m[4] * c5 + m[6] * c2 - m[7] * c1) * inv;
-    r[5] = (m[0] * c5 - m[2] * c2 + m[3] * c1) * inv;
-    r[6] = (-m[12] * s5 + m[14] * s2 - m[15] * s1) * inv;
-    r[7] = (m[8] * s5 - m[10] * s2 + m[11] * s1) * inv;
-    r[8] = (m[4] * c4 - m[5] * c2 + m[7] * c0) * inv;
-    r[9] = (-m[0] * c4 + m[1] * c2 - m[3] * c0) * inv;
-    r[10] = (m[12] * s4 - m[13] * s2 + m[15] * s0) * inv;
-    r[11] = (-m[8] * s4 + m[9] * s2 - m[11] * s0) * inv;
-    r[12] = (-m[4] * c3 + m[5] * c1 - m[6] * c0) * inv;
-    r[13] = (m[0] * c3 - m[1] * c1 + m[2] * c0) * inv;
-    r[14] = (-m[12] * s3 + m[13] * s1 - m[14] * s0) * inv;
-    r[15] = (m[8] * s3 - m[9] * s1 + m[10] * s0) * inv;
-    memcpy(e, r, sizeof r);
     return KR_RET_TRUE;
 }
 
@@ -441,10 +400,6 @@ KR_RET_STATUS KR_3DMatrix::getFloats(float out[16], unsigned char columnMajor) c
         for (int c = 0; c < 4; ++c)
             out[columnMajor ? c * 4 + r : r * 4 + c] = static_cast<float>(m[r * 4 + c]);
     return KR_RET_TRUE;
-}
-
-double* KR_3DMatrix::block(KR_RET_STATUS& status) const {
-    return elems(status);
 }
 
 // --- KR_VectorArr ---
