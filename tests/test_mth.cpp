@@ -7,6 +7,7 @@
 #include <string.h>
 
 #include <functional>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -411,6 +412,82 @@ TEST(Mth, VertexArraysKeepTheirTargetOnFailure) {
     ASSERT_KR_OK(a.resize(4));
     EXPECT_EQ(KR_Vector(), a[3]);
     EXPECT_EQ(KR_Vector(2, 4, 1), a[2]);
+}
+
+// Seeded operations on vertex arrays against a std::vector of coordinate triples: the counts,
+// every vertex after each step, and the refusals (mismatched counts, division by zero) that must
+// leave the target as it was.
+TEST(Mth, VertexArraysFollowAVectorModel) {
+    typedef std::vector<KR_Vector> Model;
+    std::mt19937 engine(20261124);
+    auto below = [&engine](size_t n) { return static_cast<size_t>(engine() % n); };
+    auto same = [](const KR_VectorArr& a, const Model& m) {
+        if (a.numVecs() != m.size()) return false;
+        for (size_t i = 0; i < m.size(); ++i)
+            if (!(a.data()[i] == m[i])) return false;
+        return true;
+    };
+    auto randomVec = [&below] {
+        return KR_Vector(below(2001) / 8.0 - 125, below(2001) / 8.0 - 125, below(2001) / 8.0 - 125);
+    };
+    KR_VectorArr a, b;
+    Model ma, mb;
+    krtest::ReportCapture capture;
+    for (int step = 0; step < 3000; ++step) {
+        SCOPED_TRACE(step);
+        unsigned int n = static_cast<unsigned int>(below(6));
+        switch (below(8)) {
+            case 0:  // resize keeps the first vertices, new ones are zero
+                ASSERT_KR_OK(a.resize(n));
+                ma.resize(n);
+                break;
+            case 1:
+                if (!ma.empty()) {
+                    size_t i = below(ma.size());
+                    a[static_cast<unsigned int>(i)] = ma[i] = randomVec();
+                }
+                break;
+            case 2:
+                b = a;
+                mb = ma;
+                break;
+            case 3:
+            case 4: {
+                bool add = below(2) == 0;
+                if (ma.size() == mb.size())
+                    for (size_t i = 0; i < ma.size(); ++i)
+                        ma[i] = add ? ma[i] + mb[i] : ma[i] - mb[i];
+                if (add)
+                    a += b;
+                else
+                    a -= b;
+                break;
+            }
+            case 5: {
+                KR_VectorArr sum = a + b;
+                Model ms;
+                if (ma.size() == mb.size())
+                    for (size_t i = 0; i < ma.size(); ++i)
+                        ms.push_back(ma[i] + mb[i]);
+                ASSERT_TRUE(same(sum, ms));
+                break;
+            }
+            case 6: {
+                double s = static_cast<double>(below(5)) / 2.0;  // 0 is refused
+                if (s != 0)
+                    for (KR_Vector& v : ma)
+                        v = v / s;
+                a /= s;
+                break;
+            }
+            default:
+                ASSERT_KR_OK(b.resize(n));
+                mb.resize(n);
+                break;
+        }
+        ASSERT_TRUE(same(a, ma));
+        ASSERT_TRUE(same(b, mb));
+    }
 }
 
 TEST(Mth, AllocationFailuresLeaveTargetsUnchanged) {
