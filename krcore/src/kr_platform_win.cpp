@@ -247,3 +247,69 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
     if (reason == DLL_PROCESS_ATTACH) DisableThreadLibraryCalls(instance);
     return TRUE;
 }
+
+// --- Local time (kr_time) ---
+namespace krPlatform {
+
+namespace {
+
+// FILETIME ticks of 1970-01-01 00:00 UTC.
+const long long kUnixEpochTicks = 116444736000000000LL;
+
+}  // namespace
+
+// The plain SystemTimeToTzSpecificLocalTime applies this year's rules to every year; the Ex
+// functions with the dynamic zone apply the rules of the year converted.
+bool utcToLocal(long long utcSeconds, WallClock& local) {
+    if (utcSeconds < -kUnixEpochTicks / 10000000) return false;
+    const unsigned long long ticks =
+            static_cast<unsigned long long>(utcSeconds * 10000000LL + kUnixEpochTicks);
+    FILETIME fileTime;
+    fileTime.dwLowDateTime = static_cast<DWORD>(ticks);
+    fileTime.dwHighDateTime = static_cast<DWORD>(ticks >> 32);
+    SYSTEMTIME utc, wall;
+    if (!FileTimeToSystemTime(&fileTime, &utc)) return false;
+    DYNAMIC_TIME_ZONE_INFORMATION zone;
+    if (GetDynamicTimeZoneInformation(&zone) == TIME_ZONE_ID_INVALID) return false;
+    if (!SystemTimeToTzSpecificLocalTimeEx(&zone, &utc, &wall)) return false;
+    local.year = wall.wYear;
+    local.month = wall.wMonth;
+    local.day = wall.wDay;
+    local.hour = wall.wHour;
+    local.minute = wall.wMinute;
+    local.second = wall.wSecond;
+    return true;
+}
+
+bool localToUtc(const WallClock& local, long long& utcSeconds) {
+    if (local.year < 1601 || local.year > 30827) return false;
+    SYSTEMTIME wall = {};
+    wall.wYear = static_cast<WORD>(local.year);
+    wall.wMonth = static_cast<WORD>(local.month);
+    wall.wDay = static_cast<WORD>(local.day);
+    wall.wHour = static_cast<WORD>(local.hour);
+    wall.wMinute = static_cast<WORD>(local.minute);
+    wall.wSecond = static_cast<WORD>(local.second);
+    DYNAMIC_TIME_ZONE_INFORMATION zone;
+    if (GetDynamicTimeZoneInformation(&zone) == TIME_ZONE_ID_INVALID) return false;
+    SYSTEMTIME utc;
+    if (!TzSpecificLocalTimeToSystemTimeEx(&zone, &wall, &utc)) return false;
+    FILETIME fileTime;
+    if (!SystemTimeToFileTime(&utc, &fileTime)) return false;
+    const unsigned long long ticks =
+            (static_cast<unsigned long long>(fileTime.dwHighDateTime) << 32) |
+            fileTime.dwLowDateTime;
+    utcSeconds = (static_cast<long long>(ticks) - kUnixEpochTicks) / 10000000;
+    return true;
+}
+
+long long nowUnixMs() {
+    FILETIME fileTime;
+    GetSystemTimeAsFileTime(&fileTime);
+    const unsigned long long ticks =
+            (static_cast<unsigned long long>(fileTime.dwHighDateTime) << 32) |
+            fileTime.dwLowDateTime;
+    return (static_cast<long long>(ticks) - kUnixEpochTicks) / 10000;
+}
+
+}  // namespace krPlatform
