@@ -44,7 +44,8 @@ std::vector<std::pair<std::string, std::string>> declaredColumns() {
     while (f != nullptr && fgets(line, sizeof line, f)) {
         line[strcspn(line, "\r\n")] = '\0';
         const char* bar = strchr(line, '|');
-        if (bar != nullptr) columns.emplace_back(std::string(line, bar), bar + 1);
+        if (bar != nullptr)
+            columns.emplace_back(std::string(line, static_cast<size_t>(bar - line)), bar + 1);
     }
     if (f != nullptr) fclose(f);
 #endif

@@ -95,11 +95,12 @@ KR_API KR_RET_STATUS KR_timeFromOleDate(double value, KR_DateTime& t);
 // The current time to the millisecond, UTC when local is 0, else the host's local time.
 KR_API KR_RET_STATUS KR_timeNow(KR_DateTime& t, unsigned char local);
 // Between UTC and the host's local time with the zone rules of the year in question (POSIX:
-// localtime_r and mktime with the TZ variable and the zone database; Windows: the dynamic zone
-// with the ...Ex conversions). A local time that a clock change skips or repeats is resolved as
-// the platform resolves it (glibc: a skipped time moves forward by the change, a repeated one
-// takes the first of the two). Outside 1601-01-01..9999-12-31, in or out, KR_RET_ERR_ARG as an
-// invalid date. Milliseconds pass unchanged.
+// localtime_r and mktime with the TZ variable and the zone database; Windows: the dynamic zone's
+// rules for the year converted, as the ...Ex conversions apply them). A local time that a clock
+// change skips or repeats is resolved as the platform resolves it: a skipped time comes out
+// moved by the change, a repeated one as either of its two instants. Outside
+// 1601-01-01..9999-12-31, in or out, KR_RET_ERR_ARG as an invalid date. Milliseconds pass
+// unchanged.
 KR_API KR_RET_STATUS KR_timeUtcToLocal(const KR_DateTime& utc, KR_DateTime& local);
 KR_API KR_RET_STATUS KR_timeLocalToUtc(const KR_DateTime& local, KR_DateTime& utc);
 

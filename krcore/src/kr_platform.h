@@ -118,13 +118,14 @@ struct WallClock {
 };
 
 // local := the host zone's wall clock at utcSeconds (Unix seconds), with the zone rules of that
-// year: localtime_r on POSIX (64-bit time_t on every target), SystemTimeToTzSpecificLocalTimeEx
-// with the dynamic zone on Windows. False when the platform cannot convert it; the caller keeps
-// the range to 1601..9999, which every platform converts.
+// year: localtime_r on POSIX (64-bit time_t on every target), SystemTimeToTzSpecificLocalTime
+// with the dynamic zone's rules for that year (GetTimeZoneInformationForYear) on Windows. False
+// when the platform cannot convert it; the caller keeps the range to 1601..9999, which every
+// platform converts.
 bool utcToLocal(long long utcSeconds, WallClock& local);
 // utcSeconds := the UTC instant of the host zone's wall clock local: mktime with tm_isdst -1 on
-// POSIX, TzSpecificLocalTimeToSystemTimeEx on Windows, each resolving a skipped or repeated
-// local time its own way. False when the platform cannot convert it.
+// POSIX, TzSpecificLocalTimeToSystemTime with the year's rules on Windows, each resolving a skipped
+// or repeated local time its own way. False when the platform cannot convert it.
 bool localToUtc(const WallClock& local, long long& utcSeconds);
 // Milliseconds since 1970-01-01 00:00 UTC by the system's real-time clock.
 long long nowUnixMs();

@@ -256,10 +256,18 @@ namespace {
 // FILETIME ticks of 1970-01-01 00:00 UTC.
 const long long kUnixEpochTicks = 116444736000000000LL;
 
+// The host zone's rules for one year. GetTimeZoneInformation gives this year's rules, and a
+// conversion with them would move Berlin in 1975 by two hours instead of one; the dynamic zone
+// gives each year its own. This is what the ...Ex conversions do, which not every Windows layer
+// provides (Wine 8 has none).
+bool zoneOfYear(unsigned int year, TIME_ZONE_INFORMATION& zone) {
+    DYNAMIC_TIME_ZONE_INFORMATION dynamic;
+    if (GetDynamicTimeZoneInformation(&dynamic) == TIME_ZONE_ID_INVALID) return false;
+    return GetTimeZoneInformationForYear(static_cast<USHORT>(year), &dynamic, &zone) != 0;
+}
+
 }  // namespace
 
-// The plain SystemTimeToTzSpecificLocalTime applies this year's rules to every year; the Ex
-// functions with the dynamic zone apply the rules of the year converted.
 bool utcToLocal(long long utcSeconds, WallClock& local) {
     if (utcSeconds < -kUnixEpochTicks / 10000000) return false;
     const unsigned long long ticks =
@@ -268,10 +276,9 @@ bool utcToLocal(long long utcSeconds, WallClock& local) {
     fileTime.dwLowDateTime = static_cast<DWORD>(ticks);
     fileTime.dwHighDateTime = static_cast<DWORD>(ticks >> 32);
     SYSTEMTIME utc, wall;
-    if (!FileTimeToSystemTime(&fileTime, &utc)) return false;
-    DYNAMIC_TIME_ZONE_INFORMATION zone;
-    if (GetDynamicTimeZoneInformation(&zone) == TIME_ZONE_ID_INVALID) return false;
-    if (!SystemTimeToTzSpecificLocalTimeEx(&zone, &utc, &wall)) return false;
+    TIME_ZONE_INFORMATION zone;
+    if (!FileTimeToSystemTime(&fileTime, &utc) || !zoneOfYear(utc.wYear, zone)) return false;
+    if (!SystemTimeToTzSpecificLocalTime(&zone, &utc, &wall)) return false;
     local.year = wall.wYear;
     local.month = wall.wMonth;
     local.day = wall.wDay;
@@ -290,12 +297,13 @@ bool localToUtc(const WallClock& local, long long& utcSeconds) {
     wall.wHour = static_cast<WORD>(local.hour);
     wall.wMinute = static_cast<WORD>(local.minute);
     wall.wSecond = static_cast<WORD>(local.second);
-    DYNAMIC_TIME_ZONE_INFORMATION zone;
-    if (GetDynamicTimeZoneInformation(&zone) == TIME_ZONE_ID_INVALID) return false;
+    TIME_ZONE_INFORMATION zone;
     SYSTEMTIME utc;
-    if (!TzSpecificLocalTimeToSystemTimeEx(&zone, &wall, &utc)) return false;
     FILETIME fileTime;
-    if (!SystemTimeToFileTime(&utc, &fileTime)) return false;
+    if (!zoneOfYear(wall.wYear, zone) || !TzSpecificLocalTimeToSystemTime(&zone, &wall, &utc) ||
+        !SystemTimeToFileTime(&utc, &fileTime)) {
+        return false;
+    }
     const unsigned long long ticks =
             (static_cast<unsigned long long>(fileTime.dwHighDateTime) << 32) |
             fileTime.dwLowDateTime;
