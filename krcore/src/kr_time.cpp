@@ -123,8 +123,8 @@ KR_RET_STATUS KR_timeFromDays(long long days, KR_DateTime& t) {
 KR_RET_STATUS KR_timeToUnix(const KR_DateTime& t, long long& seconds) {
     krInternal::clearUserError();
     if (!timeValid(t)) return timeInvalid(t, __LINE__);
-    seconds = krInternal::daysFromCivil(t.year, t.month, t.day) * kSecondsPerDay +
-              (t.hour * 60u + t.minute) * 60u + t.second;
+    const unsigned int ofDay = (t.hour * 60u + t.minute) * 60u + t.second;
+    seconds = krInternal::daysFromCivil(t.year, t.month, t.day) * kSecondsPerDay + ofDay;
     return KR_RET_TRUE;
 }
 

@@ -1,8 +1,6 @@
 // kr_timecore.h — the civil calendar arithmetic that kr_time.cpp and kr_timetext.cpp share; not
 // installed. Day numbers count from 1970-01-01; the calendar is the proleptic Gregorian one with
-// astronomical years. The algorithms are Howard Hinnant's days_from_civil and civil_from_days,
-// shifted by 25 eras of 400 years so that every quotient in the range is non-negative and the
-// divisions are unsigned.
+// astronomical years.
 #ifndef KRCORE_SRC_KR_TIMECORE_H
 #define KRCORE_SRC_KR_TIMECORE_H
 
@@ -21,11 +19,12 @@ const long long kTimeMaxSeconds = kTimeMaxDays * kSecondsPerDay + kSecondsPerDay
 const long long kTimeMinMs = kTimeMinSeconds * 1000;
 const long long kTimeMaxMs = kTimeMaxSeconds * 1000 + 999;
 
-// 25 eras of 146097 days, 10000 years: added to the day count of the algorithms (which count
-// from 0000-03-01) so that -9999-01-01 lands above zero.
-const unsigned int kEraShiftDays = 25u * 146097u;
-const int kEraShiftYears = 25 * 400;
-const unsigned int kCivilEpoch = 719468u;  // days from 0000-03-01 to 1970-01-01
+// The conversions between dates and day numbers are Neri and Schneider's Euclidean affine
+// forms of the civil calendar: a year starts on 1 March, so the leap day is the year's last,
+// and multiplications and shifts replace most divisions. Years are shifted by 25 eras of 400
+// years (146097 days each) so that every quantity in the range is unsigned.
+const unsigned int kEraShiftYears = 25u * 400u;
+const unsigned int kCivilEpoch = 719468u + 25u * 146097u;  // shifted 0000-03-01 to 1970-01-01
 
 inline bool timeIsLeap(int year) {
     return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
@@ -38,32 +37,44 @@ inline unsigned int timeDaysInMonth(int year, unsigned int month) {
 }
 
 inline bool timeValid(const KR_DateTime& t) {
-    return t.year >= kTimeMinYear && t.year <= kTimeMaxYear && t.month - 1u < 12u &&
-           t.day - 1u < timeDaysInMonth(t.year, t.month) && t.hour < 24u && t.minute < 60u &&
-           t.second < 60u && t.millisecond < 1000u;
+    static const unsigned char kDays[13] = {0, 31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    if (t.month - 1u >= 12u) return false;
+    // One branch for the other fields: the comparisons are combined without short circuit.
+    const unsigned int span = static_cast<unsigned int>(kTimeMaxYear - kTimeMinYear);
+    if ((static_cast<unsigned int>(t.year - kTimeMinYear) > span) | (t.hour >= 24u) |
+        (t.minute >= 60u) | (t.second >= 60u) | (t.millisecond >= 1000u)) {
+        return false;
+    }
+    // Day 0 wraps above every month's length; the leap rule's divisions run only for 29 February.
+    if (t.day - 1u < kDays[t.month]) return true;
+    return t.day == 29 && t.month == 2 && timeIsLeap(t.year);
 }
 
 // Days since 1970-01-01 of a valid date.
 inline long long daysFromCivil(int year, unsigned int month, unsigned int day) {
-    const unsigned int y = static_cast<unsigned int>(year + kEraShiftYears) - (month <= 2);
-    const unsigned int era = y / 400u;
-    const unsigned int yoe = y - era * 400u;
-    const unsigned int doy = (153u * (month > 2 ? month - 3 : month + 9) + 2u) / 5u + day - 1u;
-    const unsigned int doe = yoe * 365u + yoe / 4u - yoe / 100u + doy;
-    return static_cast<long long>(era * 146097u + doe) - kEraShiftDays - kCivilEpoch;
+    const unsigned int j = month <= 2;
+    const unsigned int y = static_cast<unsigned int>(year) + kEraShiftYears - j;
+    const unsigned int m = j ? month + 12 : month;
+    const unsigned int c = y / 100u;
+    const unsigned int yearDays = 1461u * y / 4u - c + c / 4u;
+    const unsigned int monthDays = (979u * m - 2919u) / 32u;
+    return static_cast<long long>(yearDays + monthDays + day - 1u) - kCivilEpoch;
 }
 
 // The date of a day number within kTimeMinDays..kTimeMaxDays.
 inline void civilFromDays(long long days, KR_DateTime& t) {
-    const unsigned int z = static_cast<unsigned int>(days + kCivilEpoch + kEraShiftDays);
-    const unsigned int era = z / 146097u;
-    const unsigned int doe = z - era * 146097u;
-    const unsigned int yoe = (doe - doe / 1460u + doe / 36524u - doe / 146096u) / 365u;
-    const unsigned int doy = doe - (365u * yoe + yoe / 4u - yoe / 100u);
-    const unsigned int mp = (5u * doy + 2u) / 153u;
-    t.day = doy - (153u * mp + 2u) / 5u + 1u;
-    t.month = mp < 10u ? mp + 3u : mp - 9u;
-    t.year = static_cast<int>(yoe + era * 400u) - kEraShiftYears + (t.month <= 2);
+    const unsigned int n = static_cast<unsigned int>(days + kCivilEpoch);
+    const unsigned int n1 = 4u * n + 3u;
+    const unsigned int century = n1 / 146097u;
+    const unsigned int n2 = (n1 % 146097u) | 3u;
+    const unsigned long long p2 = 2939745ull * n2;
+    const unsigned int z = static_cast<unsigned int>(p2 >> 32);
+    const unsigned int dayOfYear = static_cast<unsigned int>(p2) / 2939745u / 4u;
+    const unsigned int n3 = 2141u * dayOfYear + 197913u;
+    const unsigned int j = dayOfYear >= 306u;
+    t.year = static_cast<int>(100u * century + z + j) - static_cast<int>(kEraShiftYears);
+    t.month = (n3 >> 16) - (j ? 12u : 0u);
+    t.day = (n3 & 0xFFFFu) / 2141u + 1u;
 }
 
 // t := the instant of Unix milliseconds within kTimeMinMs..kTimeMaxMs.

@@ -71,17 +71,43 @@ KR_RET_STATUS fromName(const C* name,
     return KR_RET_FALSE;
 }
 
-// Reads exactly n decimal digits at p.
+// value := the two decimal digits at p, which move past them; false (p unmoved) otherwise.
 template <class C>
-bool readDigits(const C*& p, unsigned int n, unsigned int& value) {
-    unsigned int v = 0;
-    for (unsigned int i = 0; i < n; ++i) {
-        const unsigned int d = digit(p[i]);
-        if (d > 9u) return false;
-        v = v * 10u + d;
+bool twoDigits(const C*& p, unsigned int& value) {
+    const unsigned int a = digit(p[0]);
+    if (a > 9u) return false;
+    const unsigned int b = digit(p[1]);
+    if (b > 9u) return false;
+    value = a * 10u + b;
+    p += 2;
+    return true;
+}
+
+// Moves a valid t by less than a day of minutes either way, day by day through the calendar;
+// false when that leaves the range.
+bool shiftMinutes(KR_DateTime& t, int minutes) {
+    int m = static_cast<int>(t.hour * 60u + t.minute) + minutes;
+    if (m < 0) {
+        m += 1440;
+        if (--t.day == 0) {
+            if (--t.month == 0) {
+                t.month = 12;
+                if (--t.year < krInternal::kTimeMinYear) return false;
+            }
+            t.day = krInternal::timeDaysInMonth(t.year, t.month);
+        }
+    } else if (m >= 1440) {
+        m -= 1440;
+        if (++t.day > krInternal::timeDaysInMonth(t.year, t.month)) {
+            t.day = 1;
+            if (++t.month > 12) {
+                t.month = 1;
+                if (++t.year > krInternal::kTimeMaxYear) return false;
+            }
+        }
     }
-    p += n;
-    value = v;
+    t.hour = static_cast<unsigned int>(m) / 60u;
+    t.minute = static_cast<unsigned int>(m) % 60u;
     return true;
 }
 
@@ -91,19 +117,23 @@ bool parseText(const C* p, KR_DateTime& out) {
     t.hour = t.minute = t.second = t.millisecond = 0;
     bool negative = false;
     if (*p == '+' || *p == '-') negative = *p++ == '-';
-    unsigned int year = 0;
-    if (!readDigits(p, 4, year) || *p++ != '-' || !readDigits(p, 2, t.month) || *p++ != '-' ||
-        !readDigits(p, 2, t.day)) {
-        return false;
-    }
-    t.year = negative ? -static_cast<int>(year) : static_cast<int>(year);
-    long long offsetMinutes = 0;
+    unsigned int high = 0, low = 0;
+    if (!twoDigits(p, high) || !twoDigits(p, low) || *p != '-') return false;
+    ++p;
+    if (!twoDigits(p, t.month) || *p != '-') return false;
+    ++p;
+    if (!twoDigits(p, t.day)) return false;
+    const int year = static_cast<int>(high * 100u + low);
+    t.year = negative ? -year : year;
+    int offsetMinutes = 0;
     if (*p == 'T' || *p == 't' || *p == ' ') {
         ++p;
-        if (!readDigits(p, 2, t.hour) || *p++ != ':' || !readDigits(p, 2, t.minute)) return false;
+        if (!twoDigits(p, t.hour) || *p != ':') return false;
+        ++p;
+        if (!twoDigits(p, t.minute)) return false;
         if (*p == ':') {
             ++p;
-            if (!readDigits(p, 2, t.second)) return false;
+            if (!twoDigits(p, t.second)) return false;
             if (*p == '.' || *p == ',') {
                 ++p;
                 unsigned int n = 0, ms = 0;
@@ -121,21 +151,16 @@ bool parseText(const C* p, KR_DateTime& out) {
         } else if (*p == '+' || *p == '-') {
             const bool west = *p++ == '-';
             unsigned int oh = 0, om = 0;
-            if (!readDigits(p, 2, oh) || *p++ != ':' || !readDigits(p, 2, om) || oh > 23u ||
-                om > 59u) {
-                return false;
-            }
-            offsetMinutes = static_cast<long long>(oh * 60u + om);
+            if (!twoDigits(p, oh) || *p != ':') return false;
+            ++p;
+            if (!twoDigits(p, om) || oh > 23u || om > 59u) return false;
+            offsetMinutes = static_cast<int>(oh * 60u + om);
             if (west) offsetMinutes = -offsetMinutes;
         }
     }
     if (*p != 0 || !krInternal::timeValid(t)) return false;
-    if (offsetMinutes != 0) {
-        // Local time minus its offset is UTC.
-        const long long ms = krInternal::unixMsFromCivil(t) - offsetMinutes * 60000;
-        if (ms < krInternal::kTimeMinMs || ms > krInternal::kTimeMaxMs) return false;
-        krInternal::civilFromUnixMs(ms, t);
-    }
+    // Local time minus its offset is UTC.
+    if (offsetMinutes != 0 && !shiftMinutes(t, -offsetMinutes)) return false;
     out = t;
     return true;
 }
