@@ -23,8 +23,9 @@ using krInternal::timeValid;
 
 namespace {
 
-// FILETIME ticks of 1970-01-01 00:00 UTC, and per millisecond.
-const unsigned long long kUnixEpochTicks = 116444736000000000ULL;
+// Milliseconds from 1601-01-01, the FILETIME epoch, to 1970-01-01, and FILETIME ticks per
+// millisecond.
+const long long kFileTimeEpochMs = 11644473600000LL;
 const unsigned long long kTicksPerMs = 10000;
 // Days from 1899-12-30, the OLE epoch, to 1970-01-01.
 const long long kOleEpochDays = 25569;
@@ -164,21 +165,21 @@ KR_RET_STATUS KR_timeToFileTime(const KR_DateTime& t, unsigned long long& ticks)
     krInternal::clearUserError();
     if (!timeValid(t) || t.year < 1601) return timeInvalid(t, __LINE__);
     const long long ms = krInternal::unixMsFromCivil(t);
-    ticks = static_cast<unsigned long long>(ms + 11644473600000LL) * kTicksPerMs;
+    ticks = static_cast<unsigned long long>(ms + kFileTimeEpochMs) * kTicksPerMs;
     return KR_RET_TRUE;
 }
 
 KR_RET_STATUS KR_timeFromFileTime(unsigned long long ticks, KR_DateTime& t) {
     krInternal::clearUserError();
     const unsigned long long maxTicks =
-            static_cast<unsigned long long>(kTimeMaxMs + 11644473600000LL) * kTicksPerMs +
+            static_cast<unsigned long long>(kTimeMaxMs + kFileTimeEpochMs) * kTicksPerMs +
             (kTicksPerMs - 1);
     if (ticks > maxTicks) {
         char text[32];
         snprintf(text, sizeof text, "%llu", ticks);
         return scaleRefused("FILETIME", text, __LINE__);
     }
-    const long long ms = static_cast<long long>(ticks / kTicksPerMs) - 11644473600000LL;
+    const long long ms = static_cast<long long>(ticks / kTicksPerMs) - kFileTimeEpochMs;
     krInternal::civilFromUnixMs(ms, t);
     return KR_RET_TRUE;
 }
