@@ -5,7 +5,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     krfuzz::start();
     const std::string text = krfuzz::text(data, size);
     std::wstring wide;
-    for (unsigned char c : text) wide += static_cast<wchar_t>(c);
+    for (unsigned char c : text)
+        wide += static_cast<wchar_t>(c);
     KR_DB_FIELD_TYPE type = KR_DB_FIELD_COUNT, typeW = KR_DB_FIELD_COUNT;
     const KR_RET_STATUS st = KR_dbFieldTypeFromName(text.c_str(), type);
     if (st > 1 || KR_dbFieldTypeFromNameW(wide.c_str(), typeW) != st || type != typeW) abort();

@@ -5,7 +5,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     krfuzz::start();
     const std::string text = krfuzz::text(data, size);
     std::wstring wide;
-    for (unsigned char c : text) wide += static_cast<wchar_t>(c);
+    for (unsigned char c : text)
+        wide += static_cast<wchar_t>(c);
     KR_DateTime t, w;
     const KR_RET_STATUS st = KR_timeFromText(text.c_str(), t);
     // Both widths read the same characters alike.
