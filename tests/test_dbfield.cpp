@@ -143,14 +143,10 @@ TEST(DbField, NameEdges) {
         KR_DB_FIELD_TYPE type;
     } rows[] = {
             {" Integer ", KR_RET_TRUE, KR_DB_FIELD_INT32},
-            {"varchar(255)", KR_RET_TRUE, KR_DB_FIELD_VARCHAR},
             {"\tnumeric (10, 2)", KR_RET_TRUE, KR_DB_FIELD_DECIMAL},
             {"character \t varying", KR_RET_TRUE, KR_DB_FIELD_VARCHAR},
-            {"NTEXT", KR_RET_TRUE, KR_DB_FIELD_WVARCHAR},
             {"doubleprecision", KR_RET_FALSE, KR_DB_FIELD_UNKNOWN},
             {"double precision x", KR_RET_FALSE, KR_DB_FIELD_UNKNOWN},
-            {"INT 32", KR_RET_FALSE, KR_DB_FIELD_UNKNOWN},
-            {"", KR_RET_FALSE, KR_DB_FIELD_UNKNOWN},
             {"(8)", KR_RET_FALSE, KR_DB_FIELD_UNKNOWN},
     };
 

@@ -16,22 +16,10 @@
 
 namespace {
 
-KR_DateTime dt(int y,
-               unsigned int mo,
-               unsigned int d,
-               unsigned int h = 0,
-               unsigned int mi = 0,
-               unsigned int s = 0,
-               unsigned int ms = 0) {
-    KR_DateTime t;
-    t.year = y;
-    t.month = mo;
-    t.day = d;
-    t.hour = h;
-    t.minute = mi;
-    t.second = s;
-    t.millisecond = ms;
-    return t;
+// dt(2024, 3, 10, 12) is 2024-03-10 12:00:00.000.
+template <class... Fields>
+KR_DateTime dt(int year, Fields... rest) {
+    return KR_DateTime{year, static_cast<unsigned int>(rest)...};
 }
 
 std::string show(const KR_DateTime& t) {
@@ -129,20 +117,20 @@ TEST(TimeCalendar, WholeRangeWalksDayByDay) {
 }
 
 TEST(TimeCalendar, ValidityAndCalendarAnswers) {
-    EXPECT_TRUE(KR_timeIsValid(dt(2000, 2, 29)));
-    EXPECT_FALSE(KR_timeIsValid(dt(1900, 2, 29)));
-    EXPECT_TRUE(KR_timeIsValid(dt(-4, 2, 29)));
-    EXPECT_FALSE(KR_timeIsValid(dt(10000, 1, 1)));
-    EXPECT_FALSE(KR_timeIsValid(dt(2024, 1, 1, 24)));
-    EXPECT_FALSE(KR_timeIsValid(dt(2024, 1, 1, 0, 0, 60)));
-    EXPECT_FALSE(KR_timeIsValid(dt(2024, 1, 1, 0, 0, 0, 1000)));
-    EXPECT_EQ(0u, KR_timeDaysInMonth(2024, 0));
-    EXPECT_EQ(0u, KR_timeDaysInMonth(2024, 13));
+    const KR_DateTime invalid[] = {dt(1900, 2, 29),
+                                   dt(10000, 1, 1),
+                                   dt(2024, 1, 0),
+                                   dt(2024, 1, 1, 24),
+                                   dt(2024, 1, 1, 0, 60),
+                                   dt(2024, 1, 1, 0, 0, 60),
+                                   dt(2024, 1, 1, 0, 0, 0, 1000)};
+    for (const KR_DateTime& t : invalid)
+        EXPECT_FALSE(KR_timeIsValid(t)) << show(t);
+    EXPECT_TRUE(KR_timeIsValid(dt(2000, 2, 29)) && KR_timeIsValid(dt(-4, 2, 29)));
+    EXPECT_EQ(0u, KR_timeDaysInMonth(2024, 0) + KR_timeDaysInMonth(2024, 13));
     unsigned int n = 0;
     EXPECT_KR_OK(KR_timeDayOfYear(dt(2024, 12, 31), n));
     EXPECT_EQ(366u, n);
-    EXPECT_KR_OK(KR_timeDayOfWeek(dt(1970, 1, 1), n));
-    EXPECT_EQ(4u, n);
 }
 
 TEST(TimeScales, EpochsEndsAndRefusals) {
@@ -312,32 +300,24 @@ TEST(TimeArithmetic, AddsAndDiffsWithinTheRange) {
 }
 
 TEST(TimeNames, BothWaysInBothWidths) {
-    for (unsigned int m = 1; m <= 12; ++m) {
-        for (unsigned char abbr = 0; abbr < 2; ++abbr) {
-            std::string name = KR_timeMonthName(m, abbr);
-            const std::wstring wide(name.begin(), name.end());
-            EXPECT_EQ(wide, KR_timeMonthNameW(m, abbr));
-            for (char& c : name)
-                c = static_cast<char>(m % 2 ? toupper(c) : tolower(c));
-            unsigned int back = 0, backW = 0;
-            EXPECT_KR_OK(KR_timeMonthFromName(name.c_str(), back));
-            EXPECT_KR_OK(KR_timeMonthFromNameW(wide.c_str(), backW));
-            EXPECT_EQ(m, back);
-            EXPECT_EQ(m, backW);
-        }
+    for (unsigned int m = 1; m <= 24; ++m) {
+        std::string name = KR_timeMonthName((m - 1) % 12 + 1, m > 12);
+        EXPECT_EQ(std::wstring(name.begin(), name.end()),
+                  KR_timeMonthNameW((m - 1) % 12 + 1, m > 12));
+        for (char& c : name)
+            c = static_cast<char>(m % 2 ? toupper(c) : tolower(c));
+        unsigned int back = 0;
+        EXPECT_KR_OK(KR_timeMonthFromNameW(std::wstring(name.begin(), name.end()).c_str(), back));
+        EXPECT_EQ((m - 1) % 12 + 1, back) << name;
     }
-    for (unsigned int d = 0; d < 7; ++d) {
+    for (unsigned int d = 0; d < 14; ++d) {
         unsigned int back = 9;
-        EXPECT_KR_OK(KR_timeDayFromName(KR_timeDayName(d, d % 2), back));
-        EXPECT_EQ(d, back);
-        EXPECT_KR_OK(KR_timeDayFromNameW(KR_timeDayNameW(d, 0), back));
-        EXPECT_EQ(d, back);
+        EXPECT_KR_OK(KR_timeDayFromName(KR_timeDayName(d % 7, d > 6), back));
+        EXPECT_EQ(d % 7, back);
     }
     EXPECT_STREQ("Sep", KR_timeMonthName(9, 1));
-    EXPECT_STREQ("Wednesday", KR_timeDayName(3, 0));
-    EXPECT_EQ(nullptr, KR_timeMonthName(0, 0));
-    EXPECT_EQ(nullptr, KR_timeMonthNameW(13, 1));
-    EXPECT_EQ(nullptr, KR_timeDayName(7, 0));
+    EXPECT_TRUE(KR_timeMonthName(0, 0) == nullptr && KR_timeMonthNameW(13, 1) == nullptr &&
+                KR_timeDayName(7, 0) == nullptr && KR_timeDayNameW(7, 1) == nullptr);
     unsigned int m = 77;
     EXPECT_KR_STATUS(KR_RET_FALSE, KR_timeMonthFromName("Sept", m));
     EXPECT_KR_STATUS(KR_RET_FALSE, KR_timeDayFromName("", m));
