@@ -526,4 +526,120 @@ private:
 
 KR_API KR_OStream& operator<<(KR_OStream& stream, KR_VarArr& array);
 
+// --- Database field types ---
+// One vocabulary of column types for the database plug-ins: a fixed number and a name for each
+// type, a descriptor (binary width, flags, the variant type that carries a value) and lookup
+// from names with the common SQL spellings. It only describes: no database code lives here.
+// Values travel in variants as follows. INT64, UINT64 and DECIMAL travel as exact decimal text
+// (KR_VAR_STRING): no variant type holds 64 bits on the targets with a 32-bit long, and a double
+// loses integers above 2^53. DATE, TIME and TIMESTAMP travel as the ISO 8601 text of
+// KR_timeToText ("YYYY-MM-DD", "HH:MM:SS[.mmm]", "YYYY-MM-DDTHH:MM:SS[.mmm]"). GUID travels as
+// the 36-character text of 8-4-4-4-12 hexadecimal digits that the class factory's GUIDs have,
+// compared without regard to case. BLOB has no variant type (KR_VAR_WILD): a blob travels as a
+// KR_Memory.
+
+// The numbers are fixed: plug-ins store them.
+enum KR_DB_FIELD_TYPE {
+    KR_DB_FIELD_UNKNOWN = 0,
+    KR_DB_FIELD_BOOL = 1,
+    KR_DB_FIELD_INT8 = 2,
+    KR_DB_FIELD_UINT8 = 3,
+    KR_DB_FIELD_INT16 = 4,
+    KR_DB_FIELD_UINT16 = 5,
+    KR_DB_FIELD_INT32 = 6,
+    KR_DB_FIELD_UINT32 = 7,
+    KR_DB_FIELD_INT64 = 8,
+    KR_DB_FIELD_UINT64 = 9,
+    KR_DB_FIELD_FLOAT = 10,
+    KR_DB_FIELD_DOUBLE = 11,
+    KR_DB_FIELD_DECIMAL = 12,
+    KR_DB_FIELD_CHAR = 13,      // fixed-length narrow text
+    KR_DB_FIELD_VARCHAR = 14,   // narrow text up to a length
+    KR_DB_FIELD_WCHAR = 15,     // fixed-length wide text
+    KR_DB_FIELD_WVARCHAR = 16,  // wide text up to a length, or long wide text
+    KR_DB_FIELD_TEXT = 17,      // long narrow text
+    KR_DB_FIELD_BLOB = 18,
+    KR_DB_FIELD_DATE = 19,
+    KR_DB_FIELD_TIME = 20,
+    KR_DB_FIELD_TIMESTAMP = 21,
+    KR_DB_FIELD_GUID = 22,
+    KR_DB_FIELD_COUNT = 23
+};
+
+// The flags of a descriptor.
+enum KR_DB_FIELD_FLAG {
+    KR_DB_FLAG_FIXED = 0x1,       // every value of a column has one binary width
+    KR_DB_FLAG_SIGNED = 0x2,      // takes negative numbers
+    KR_DB_FLAG_TEXT = 0x4,        // characters
+    KR_DB_FLAG_NUMERIC = 0x8,     // a number (BOOL is not one)
+    KR_DB_FLAG_TEMPORAL = 0x10,   // a date, a time of day or both
+    KR_DB_FLAG_LENGTH = 0x20,     // the declaration takes "(n)"
+    KR_DB_FLAG_PRECISION = 0x40,  // the declaration takes "(p,s)"
+    KR_DB_FLAG_WIDE = 0x80        // wide characters
+};
+
+// KR_DbFieldDesc — the description of one type, a plain record in a static table ordered by type
+// number. size is the binary width in bytes of one value, 0 where it varies or is the column's
+// declared length. DATE, TIME and TIMESTAMP have the widths of the library's own scales: a day
+// number (4), the millisecond of the day (4) and Unix milliseconds (8).
+//
+//   type       name       sqlName            size  flags                        varType
+//   0          UNKNOWN    -                  0     -                            WILD
+//   1          BOOL       BOOLEAN            1     FIXED                        UCHAR
+//   2          INT8       -                  1     FIXED SIGNED NUMERIC         CHAR
+//   3          UINT8      -                  1     FIXED NUMERIC                UCHAR
+//   4          INT16      SMALLINT           2     FIXED SIGNED NUMERIC         SHORT
+//   5          UINT16     -                  2     FIXED NUMERIC                USHORT
+//   6          INT32      INTEGER            4     FIXED SIGNED NUMERIC         INT
+//   7          UINT32     -                  4     FIXED NUMERIC                UINT
+//   8          INT64      BIGINT             8     FIXED SIGNED NUMERIC         STRING
+//   9          UINT64     -                  8     FIXED NUMERIC                STRING
+//   10         FLOAT      REAL               4     FIXED SIGNED NUMERIC         FLOAT
+//   11         DOUBLE     DOUBLE PRECISION   8     FIXED SIGNED NUMERIC         DOUBLE
+//   12         DECIMAL    DECIMAL            0     SIGNED NUMERIC PRECISION     STRING
+//   13         CHAR       CHAR               0     FIXED TEXT LENGTH            STRING
+//   14         VARCHAR    VARCHAR            0     TEXT LENGTH                  STRING
+//   15         WCHAR      NCHAR              0     FIXED TEXT LENGTH WIDE       STRINGW
+//   16         WVARCHAR   NVARCHAR           0     TEXT LENGTH WIDE             STRINGW
+//   17         TEXT       CLOB               0     TEXT                         STRING
+//   18         BLOB       BLOB               0     -                            WILD
+//   19         DATE       DATE               4     FIXED TEMPORAL               STRING
+//   20         TIME       TIME               4     FIXED TEMPORAL               STRING
+//   21         TIMESTAMP  TIMESTAMP          8     FIXED TEMPORAL               STRING
+//   22         GUID       UUID               16    FIXED                        STRING
+//
+// "REAL" is FLOAT, the standard's single precision, although some engines store it in 8 bytes.
+struct KR_DbFieldDesc {
+    KR_DB_FIELD_TYPE type;
+    const char* name;      // the enumerator's suffix: "INT32"
+    const wchar_t* nameW;  // the same, wide
+    const char* sqlName;   // the usual SQL spelling; null where the standard has none
+    unsigned int size;
+    KR_VAR_TYPE varType;
+    unsigned int flags;  // KR_DB_FIELD_FLAG bits
+};
+
+// "INT32" and so on; null outside 0..22. They neither clear the user error nor report.
+KR_API const char* KR_dbFieldTypeName(KR_DB_FIELD_TYPE type);
+KR_API const wchar_t* KR_dbFieldTypeNameW(KR_DB_FIELD_TYPE type);
+// desc := the static descriptor of type. KR_RET_ERR_ARG (reported, desc unchanged) outside 0..22.
+KR_API KR_RET_STATUS KR_dbFieldTypeDesc(KR_DB_FIELD_TYPE type, const KR_DbFieldDesc*& desc);
+// The type of a declared column type. Blanks around the name and everything from the first "("
+// on are dropped ("varchar(255)" is VARCHAR); the rest is compared without regard to case, and
+// any run of blanks between words matches one ("double   precision"). The names of the table
+// come first, then the SQL spellings, then the synonyms: INT -> INT32, INT2 -> INT16, INT4 ->
+// INT32, TINYINT -> UINT8 (SQL Server's unsigned byte), BIT and BOOL -> BOOL, FLOAT4 -> FLOAT,
+// FLOAT8 and DOUBLE -> DOUBLE, NUMERIC and DEC -> DECIMAL, CHARACTER -> CHAR, CHARACTER VARYING
+// and CHAR VARYING -> VARCHAR, NATIONAL CHAR and NATIONAL CHARACTER -> WCHAR, NATIONAL CHARACTER
+// VARYING, NATIONAL CHAR VARYING, NCHAR VARYING, NTEXT and NCLOB -> WVARCHAR (long wide text keeps
+// its width), BYTEA, BINARY and VARBINARY -> BLOB, DATETIME and DATETIME2 -> TIMESTAMP,
+// UNIQUEIDENTIFIER -> GUID. Since the table's names come first, "INT8" is this vocabulary's
+// 1-byte integer, not PostgreSQL's 8-byte alias (spell that BIGINT).
+// An unknown name: KR_RET_FALSE with type UNKNOWN and no report; a null name: KR_RET_ERR_ARG.
+//   KR_dbFieldTypeFromName(" Integer ", t)  ->  t == KR_DB_FIELD_INT32
+KR_API KR_RET_STATUS KR_dbFieldTypeFromName(const char* name, KR_DB_FIELD_TYPE& type);
+KR_API KR_RET_STATUS KR_dbFieldTypeFromNameW(const wchar_t* name, KR_DB_FIELD_TYPE& type);
+// The variant type that carries a value of type; KR_VAR_WILD outside 0..22.
+KR_API KR_VAR_TYPE KR_dbFieldTypeToVarType(KR_DB_FIELD_TYPE type);
+
 #endif  // KRCORE_KR_VAR_H

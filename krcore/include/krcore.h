@@ -30,6 +30,7 @@
 #include "kr_stack_impl.h"
 #include "kr_str.h"
 #include "kr_strbase.h"
+#include "kr_time.h"
 #include "kr_var.h"
 #include "kr_vcarray_impl.h"
 #include "kr_version.h"

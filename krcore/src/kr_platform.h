@@ -104,4 +104,32 @@ int putEnvW(const wchar_t* assignment);
 
 }  // namespace krPlatform
 
+// --- Local time (kr_time) ---
+namespace krPlatform {
+
+// A civil date and time of day as the platform's zone conversions take and give it.
+struct WallClock {
+    int year;
+    unsigned int month;  // 1..12
+    unsigned int day;
+    unsigned int hour;
+    unsigned int minute;
+    unsigned int second;
+};
+
+// local := the host zone's wall clock at utcSeconds (Unix seconds), with the zone rules of that
+// year: localtime_r on POSIX (64-bit time_t on every target), SystemTimeToTzSpecificLocalTime
+// with the dynamic zone's rules for that year (GetTimeZoneInformationForYear) on Windows. False
+// when the platform cannot convert it; the caller keeps the range to 1601..9999, which every
+// platform converts.
+bool utcToLocal(long long utcSeconds, WallClock& local);
+// utcSeconds := the UTC instant of the host zone's wall clock local: mktime with tm_isdst -1 on
+// POSIX, TzSpecificLocalTimeToSystemTime with the year's rules on Windows, each resolving a skipped
+// or repeated local time its own way. False when the platform cannot convert it.
+bool localToUtc(const WallClock& local, long long& utcSeconds);
+// Milliseconds since 1970-01-01 00:00 UTC by the system's real-time clock.
+long long nowUnixMs();
+
+}  // namespace krPlatform
+
 #endif  // KRCORE_KR_PLATFORM_H

@@ -1,4 +1,13 @@
 // kr_platform_posix.cpp — the platform calls on POSIX systems (Linux).
+// The local-time functions take 64-bit times on every target: glibc's 32-bit targets switch to a
+// 64-bit time_t with these, which require 64-bit file offsets too.
+#ifndef _FILE_OFFSET_BITS
+#define _FILE_OFFSET_BITS 64
+#endif
+#ifndef _TIME_BITS
+#define _TIME_BITS 64
+#endif
+
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -7,6 +16,7 @@
 #include <string.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <iostream>
@@ -696,6 +706,48 @@ int putEnv(const char* assignment) {
 int putEnvW(const wchar_t* assignment) {
     int result = withNarrowName(assignment, -1, [](const char* narrow) { return putEnv(narrow); });
     return result < 0 ? errno : result;
+}
+
+}  // namespace krPlatform
+
+// --- Local time (kr_time) ---
+namespace krPlatform {
+
+bool utcToLocal(long long utcSeconds, WallClock& local) {
+    const time_t t = static_cast<time_t>(utcSeconds);
+    if (static_cast<long long>(t) != utcSeconds) return false;
+    struct tm fields;
+    if (localtime_r(&t, &fields) == nullptr) return false;
+    local.year = fields.tm_year + 1900;
+    local.month = static_cast<unsigned int>(fields.tm_mon + 1);
+    local.day = static_cast<unsigned int>(fields.tm_mday);
+    local.hour = static_cast<unsigned int>(fields.tm_hour);
+    local.minute = static_cast<unsigned int>(fields.tm_min);
+    local.second = static_cast<unsigned int>(fields.tm_sec);
+    return true;
+}
+
+bool localToUtc(const WallClock& local, long long& utcSeconds) {
+    struct tm fields = {};
+    fields.tm_year = local.year - 1900;
+    fields.tm_mon = static_cast<int>(local.month) - 1;
+    fields.tm_mday = static_cast<int>(local.day);
+    fields.tm_hour = static_cast<int>(local.hour);
+    fields.tm_min = static_cast<int>(local.minute);
+    fields.tm_sec = static_cast<int>(local.second);
+    fields.tm_isdst = -1;
+    // -1 is also the answer for 1969-12-31 23:59:59 UTC: mktime fills tm_wday only on success.
+    fields.tm_wday = -1;
+    const time_t t = mktime(&fields);
+    if (t == static_cast<time_t>(-1) && fields.tm_wday < 0) return false;
+    utcSeconds = static_cast<long long>(t);
+    return true;
+}
+
+long long nowUnixMs() {
+    struct timespec now;
+    if (clock_gettime(CLOCK_REALTIME, &now) != 0) return 0;
+    return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
 }
 
 }  // namespace krPlatform

@@ -247,3 +247,77 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
     if (reason == DLL_PROCESS_ATTACH) DisableThreadLibraryCalls(instance);
     return TRUE;
 }
+
+// --- Local time (kr_time) ---
+namespace krPlatform {
+
+namespace {
+
+// FILETIME ticks of 1970-01-01 00:00 UTC.
+const long long kUnixEpochTicks = 116444736000000000LL;
+
+// The host zone's rules for one year. GetTimeZoneInformation gives this year's rules, and a
+// conversion with them would move Berlin in 1975 by two hours instead of one; the dynamic zone
+// gives each year its own. This is what the ...Ex conversions do, which not every Windows layer
+// provides (Wine 8 has none).
+bool zoneOfYear(unsigned int year, TIME_ZONE_INFORMATION& zone) {
+    DYNAMIC_TIME_ZONE_INFORMATION dynamic;
+    if (GetDynamicTimeZoneInformation(&dynamic) == TIME_ZONE_ID_INVALID) return false;
+    return GetTimeZoneInformationForYear(static_cast<USHORT>(year), &dynamic, &zone) != 0;
+}
+
+}  // namespace
+
+bool utcToLocal(long long utcSeconds, WallClock& local) {
+    if (utcSeconds < -kUnixEpochTicks / 10000000) return false;
+    const unsigned long long ticks =
+            static_cast<unsigned long long>(utcSeconds * 10000000LL + kUnixEpochTicks);
+    FILETIME fileTime;
+    fileTime.dwLowDateTime = static_cast<DWORD>(ticks);
+    fileTime.dwHighDateTime = static_cast<DWORD>(ticks >> 32);
+    SYSTEMTIME utc, wall;
+    TIME_ZONE_INFORMATION zone;
+    if (!FileTimeToSystemTime(&fileTime, &utc) || !zoneOfYear(utc.wYear, zone)) return false;
+    if (!SystemTimeToTzSpecificLocalTime(&zone, &utc, &wall)) return false;
+    local.year = wall.wYear;
+    local.month = wall.wMonth;
+    local.day = wall.wDay;
+    local.hour = wall.wHour;
+    local.minute = wall.wMinute;
+    local.second = wall.wSecond;
+    return true;
+}
+
+bool localToUtc(const WallClock& local, long long& utcSeconds) {
+    if (local.year < 1601 || local.year > 30827) return false;
+    SYSTEMTIME wall = {};
+    wall.wYear = static_cast<WORD>(local.year);
+    wall.wMonth = static_cast<WORD>(local.month);
+    wall.wDay = static_cast<WORD>(local.day);
+    wall.wHour = static_cast<WORD>(local.hour);
+    wall.wMinute = static_cast<WORD>(local.minute);
+    wall.wSecond = static_cast<WORD>(local.second);
+    TIME_ZONE_INFORMATION zone;
+    SYSTEMTIME utc;
+    FILETIME fileTime;
+    if (!zoneOfYear(wall.wYear, zone) || !TzSpecificLocalTimeToSystemTime(&zone, &wall, &utc) ||
+        !SystemTimeToFileTime(&utc, &fileTime)) {
+        return false;
+    }
+    const unsigned long long ticks =
+            (static_cast<unsigned long long>(fileTime.dwHighDateTime) << 32) |
+            fileTime.dwLowDateTime;
+    utcSeconds = (static_cast<long long>(ticks) - kUnixEpochTicks) / 10000000;
+    return true;
+}
+
+long long nowUnixMs() {
+    FILETIME fileTime;
+    GetSystemTimeAsFileTime(&fileTime);
+    const unsigned long long ticks =
+            (static_cast<unsigned long long>(fileTime.dwHighDateTime) << 32) |
+            fileTime.dwLowDateTime;
+    return (static_cast<long long>(ticks) - kUnixEpochTicks) / 10000;
+}
+
+}  // namespace krPlatform
