@@ -478,11 +478,12 @@ int krPlatform::serialStartEvents(SerialPort* port,
     port->pollMs = pollMs;
     port->sink = sink;
     port->orphaned = false;
+    // Set before the thread exists: an orphaned thread clears it on its way out.
+    port->threadStarted = true;
     if (port->buffer == nullptr || pthread_create(&port->thread, nullptr, eventThread, port) != 0) {
         releaseThreadState(port);
         return kSerialNoMemory;
     }
-    port->threadStarted = true;
     return 0;
 }
 

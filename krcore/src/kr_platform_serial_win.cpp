@@ -409,14 +409,17 @@ int krPlatform::serialStartEvents(SerialPort* port,
     port->sink = sink;
     port->orphaned = false;
     port->thread = nullptr;
+    // The thread starts only once its handle and flag are stored: an orphaned thread closes
+    // its own handle and clears the flag.
     if (port->stopEvent != nullptr && port->buffer != nullptr) {
-        port->thread = CreateThread(nullptr, 0, eventThread, port, 0, nullptr);
+        port->thread = CreateThread(nullptr, 0, eventThread, port, CREATE_SUSPENDED, nullptr);
     }
     if (port->thread == nullptr) {
         releaseThreadState(port);
         return kSerialNoMemory;
     }
     port->threadStarted = true;
+    ResumeThread(port->thread);
     return 0;
 }
 
