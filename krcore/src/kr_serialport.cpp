@@ -180,21 +180,27 @@ KR_RET_STATUS KR_SerialPort::openNamed(const Char* name, const KR_SerialConfig& 
     close();
     PortName names;
     if (!names.set(name)) return KRI_FAIL(KR_RET_ERR_MEM);
+    // The kept name is copied first, so that nothing is left to undo when memory runs out.
+    char* kept = names.narrow;
+    if (names.ownsNarrow) {
+        names.ownsNarrow = false;
+    } else {
+        kept = krInternal::dupText(names.narrow);
+        if (kept == nullptr) return KRI_FAIL(KR_RET_ERR_MEM);
+    }
     krPlatform::SerialPort* port = nullptr;
     int error = krPlatform::serialOpen(names.narrow, names.wide, names.wide != nullptr, port);
-    if (error != 0) return platformFailure(error, "KR_SerialPort: open", __LINE__, false);
-    error = krPlatform::serialApply(port, settingsOf(config));
+    if (error == 0) {
+        error = krPlatform::serialApply(port, settingsOf(config));
+        if (error != 0) krPlatform::serialClose(port);
+    }
     if (error != 0) {
-        krPlatform::serialClose(port);
+        krInternal::freeBlock(kept);
         return platformFailure(error, "KR_SerialPort: open", __LINE__, false);
     }
     sys_ = port;
     config_ = config;
-    if (names.narrow != nullptr) {
-        name_ = static_cast<const char*>(names.narrow);
-    } else {
-        name_ = static_cast<const wchar_t*>(names.wide);
-    }
+    name_.assignPtr(kept);
     return KR_RET_TRUE;
 }
 
