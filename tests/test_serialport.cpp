@@ -377,6 +377,38 @@ TEST_F(SerialPort, PortDeletedInsideItsCallbackIsReleased) {
     }));
 }
 
+TEST_F(SerialPort, AllocationFailuresLeaveNothingHalfDone) {
+    KR_REQUIRE_FAULT_INJECTION();
+    krtest::ReportCapture capture;
+    const std::string name = peer.port;
+    krtest::forEachAllocationFailure(
+            [&] {
+                port.close();
+                return port.open(name.c_str(), KR_SerialConfig());
+            },
+            [&](KR_RET_STATUS status, unsigned long) {
+                EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
+                EXPECT_FALSE(port.isOpen());
+            });
+    Collected c;
+    krtest::forEachAllocationFailure(
+            [&] {
+                port.stopEvents();
+                return port.startEvents(KR_SERIAL_EV_RXCHAR, collect, &c);
+            },
+            [&](KR_RET_STATUS status, unsigned long) {
+                EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
+                EXPECT_FALSE(port.eventsRunning());
+            });
+    EXPECT_TRUE(port.eventsRunning());
+    KR_Array<KR_StringW> names;
+    krtest::forEachAllocationFailure([&] { return KR_serialListPortsW(names); },
+                                     [&](KR_RET_STATUS status, unsigned long) {
+                                         EXPECT_KR_STATUS(KR_RET_ERR_MEM, status);
+                                         EXPECT_EQ(0u, names.numElems());
+                                     });
+}
+
 #ifndef _WIN32
 TEST_F(SerialPort, FarEndClosingEndsTheThread) {
     Collected c;
