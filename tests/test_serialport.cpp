@@ -179,6 +179,8 @@ TEST(SerialPortBadInput, StatusesAndReports) {
     EXPECT_KR_STATUS(KR_RET_ERR_CALL, port.startEvents(KR_SERIAL_EV_RXCHAR, collect, nullptr));
     EXPECT_KR_STATUS(KR_RET_FALSE, port.stopEvents());
     EXPECT_KR_STATUS(KR_RET_FALSE, port.close());
+    KR_SerialPort copy(port);  // refused: a port is never shared
+    EXPECT_TRUE(copy.objIsEnabled() && !copy.isOpen());
 
     const struct {
         const char* name;
