@@ -27,6 +27,7 @@
 #include "kr_public.h"
 #include "kr_queue_impl.h"
 #include "kr_reporter.h"
+#include "kr_serialport.h"
 #include "kr_stack_impl.h"
 #include "kr_str.h"
 #include "kr_strbase.h"

@@ -8,7 +8,10 @@
 #include <stdio.h>
 #include <wchar.h>
 
+#include <atomic>
+
 #include "kr_dllmanager.h"
+#include "kr_serialport.h"
 
 namespace krPlatform {
 
@@ -129,6 +132,83 @@ bool utcToLocal(long long utcSeconds, WallClock& local);
 bool localToUtc(const WallClock& local, long long& utcSeconds);
 // Milliseconds since 1970-01-01 00:00 UTC by the system's real-time clock.
 long long nowUnixMs();
+
+}  // namespace krPlatform
+
+// --- Serial ports (kr_serialport) ---
+// One open port: the device, its saved settings and the event thread's state. The answers are
+// 0, a system error (errno or GetLastError), or one of the negative kinds below. Every wait has
+// a deadline: timeoutMs 0 takes what is there, KR_SERIAL_TIMEOUT_INFINITE waits without end.
+namespace krPlatform {
+
+struct SerialPort;
+
+// The device is no serial port.
+const int kSerialNotSerial = -1;
+// The platform or the driver lacks the rate, mode or line asked for.
+const int kSerialUnsupported = -2;
+const int kSerialNoMemory = -3;
+
+struct SerialSettings {
+    unsigned int baudRate;
+    unsigned char dataBits;
+    unsigned char parity;
+    unsigned char stopBits;
+    unsigned char flow;
+};
+
+// How the event thread reaches its owner. event is called for every event in the mask; ended is
+// the thread's last call (osError: what ended it, 0 for a stop), unless the port was orphaned.
+// The thread reads stopRequested and nothing else of its owner.
+struct SerialEventSink {
+    void (*event)(void* context, const KR_SerialEvent& event);
+    void (*ended)(void* context, int osError);
+    void* context;
+    const std::atomic<unsigned char>* stopRequested;
+};
+
+// port := the device opened for exclusive use with its settings saved; wide picks nameW (Windows
+// only; POSIX opens the narrow name, which must then be there).
+int serialOpen(const char* name, const wchar_t* nameW, bool wide, SerialPort*& port);
+// Joins an event thread left, restores the saved settings, closes and frees.
+void serialClose(SerialPort* port);
+int serialApply(SerialPort* port, const SerialSettings& settings);
+// got/written: the bytes moved before the deadline or the failure.
+int serialRead(SerialPort* port,
+               void* buffer,
+               unsigned int size,
+               unsigned int& got,
+               unsigned int timeoutMs);
+int serialWrite(SerialPort* port,
+                const void* buffer,
+                unsigned int size,
+                unsigned int& written,
+                unsigned int timeoutMs);
+int serialQueued(SerialPort* port, unsigned int& count);
+int serialDrain(SerialPort* port);
+int serialPurge(SerialPort* port, bool rx, bool tx);
+// line: 0 DTR, 1 RTS.
+int serialSetLine(SerialPort* port, int line, bool on);
+int serialModemLines(SerialPort* port, unsigned int& lines);
+int serialBreak(SerialPort* port, unsigned int ms);
+// Starts the event thread for the KR_SERIAL_EV_ bits of mask; pollMs paces the line events that
+// can only be polled. kSerialNoMemory when the thread or its state cannot be made.
+int serialStartEvents(SerialPort* port,
+                      unsigned int mask,
+                      unsigned int pollMs,
+                      const SerialEventSink& sink);
+// Wakes the event thread so that it sees stopRequested; never blocks.
+void serialWakeEvents(SerialPort* port);
+// Joins the event thread if one was started; false when there was none.
+bool serialJoinEvents(SerialPort* port);
+// True on the port's own event thread.
+bool serialOnEventThread(const SerialPort* port);
+// From the callback: the thread takes the port over and closes it when the callback returns; the
+// owner forgets it. The sink is never called again.
+void serialOrphan(SerialPort* port);
+// names := count heap texts (krInternal allocator) naming the system's serial ports, in no
+// order; the caller frees each and the block. 0, kSerialNoMemory or a system error.
+int serialListPorts(char**& names, unsigned int& count);
 
 }  // namespace krPlatform
 
