@@ -5,9 +5,22 @@
 
 namespace {
 
-// Python's x % 1.0: in [0, 1] (1 only for a tiny negative x, which every caller treats as 0).
+// floor() without the library call it costs on x86-64 before SSE4.1; the same value for every
+// double. From 2^52 on every double is an integer, and NaN and the infinities come back as they
+// are.
+inline double floorOf(double x) {
+    if (!(fabs(x) < 4503599627370496.0)) return x;
+    // The sign of x is a coin toss for the branch predictor: an indexed load instead of a
+    // branch (compilers turn a conditional subtraction back into one).
+    static const double kStep[2] = {0.0, 1.0};
+    double t = static_cast<double>(static_cast<long long>(x));
+    return t - kStep[t > x];
+}
+
+// Python's x % 1.0: in [0, 1] (1 only for a tiny negative x, which every caller treats as 0),
+// and +0 for -0.
 inline double frac(double x) {
-    return x - floor(x);
+    return (x - floorOf(x)) + 0.0;
 }
 
 inline bool finite3(double x, double y, double z) {
@@ -20,34 +33,44 @@ inline double clamp01(double x) {
     return x;  // NaN passes
 }
 
+// std::fmin and fmax handle NaN, which costs a library call; the operands here are finite, and
+// these compile to the minsd and maxsd instructions.
+inline double lesser(double x, double y) {
+    return y < x ? y : x;
+}
+
+inline double greater(double x, double y) {
+    return y > x ? y : x;
+}
+
 inline bool near(double x, double y, double tol) {
     return fabs(x - y) <= tol;
 }
 
-// The hue of r, g, b from their max and min (max > min), as a fraction of a turn.
+// The hue of r, g, b from their max and min (max > min), as a fraction of a turn. One division
+// of the selected difference: the same value as colorsys's three within a rounding. Which
+// channel is the largest is a coin toss for the branch predictor, so the choices here (and
+// below) index small arrays instead of branching.
 inline double hueOf(double r, double g, double b, double maxc, double minc) {
-    double span = maxc - minc;
-    double rc = (maxc - r) / span;
-    double gc = (maxc - g) / span;
-    double bc = (maxc - b) / span;
-    double h;
-    if (r == maxc) {
-        h = bc - gc;
-    } else if (g == maxc) {
-        h = 2.0 + rc - bc;
-    } else {
-        h = 4.0 + gc - rc;
-    }
-    return frac(h / 6.0);
+    const int k = (r != maxc) + (r != maxc && g != maxc);
+    const double diff[3] = {g - b, b - r, r - g};
+    return frac((2.0 * k + diff[k] / (maxc - minc)) / 6.0);
 }
 
+// The piecewise-linear hue curve of HLS: m1 up to m2 over the first sixth, m2 up to a half,
+// back down to m1 at two thirds, by clamping instead of branches on x.
 inline double hlsChannel(double m1, double m2, double x) {
     x = frac(x);
-    if (x < 1.0 / 6.0) return m1 + (m2 - m1) * x * 6.0;
-    if (x < 0.5) return m2;
-    if (x < 2.0 / 3.0) return m1 + (m2 - m1) * (2.0 / 3.0 - x) * 6.0;
-    return m1;
+    double t = lesser(x * 6.0, (2.0 / 3.0 - x) * 6.0);
+    const double top[2] = {t, 1.0};
+    t = top[t > 1.0];
+    const double bottom[2] = {t, 0.0};
+    return m1 + (m2 - m1) * bottom[t < 0.0];
 }
+
+// The HSV sectors: which of v, t, p, q (in that order) makes r, g and b.
+const unsigned char kSector[6][3] = {{0, 1, 2}, {3, 0, 2}, {2, 0, 1},
+                                     {2, 3, 0}, {1, 2, 0}, {0, 2, 3}};
 
 const double kNaN = NAN;
 
@@ -117,8 +140,8 @@ void KR_colorConvert(const KR_RGBA& in, KR_HSVA& out) {
         out = KR_HSVA(kNaN, kNaN, kNaN, in.a);
         return;
     }
-    double maxc = fmax(in.r, fmax(in.g, in.b));
-    double minc = fmin(in.r, fmin(in.g, in.b));
+    double maxc = greater(in.r, greater(in.g, in.b));
+    double minc = lesser(in.r, lesser(in.g, in.b));
     if (minc == maxc) {
         out = KR_HSVA(0.0, 0.0, maxc, in.a);
         return;
@@ -131,8 +154,8 @@ void KR_colorConvert(const KR_RGBA& in, KR_HLSA& out) {
         out = KR_HLSA(kNaN, kNaN, kNaN, in.a);
         return;
     }
-    double maxc = fmax(in.r, fmax(in.g, in.b));
-    double minc = fmin(in.r, fmin(in.g, in.b));
+    double maxc = greater(in.r, greater(in.g, in.b));
+    double minc = lesser(in.r, lesser(in.g, in.b));
     double sum = maxc + minc;
     double span = maxc - minc;
     double l = sum / 2.0;
@@ -140,7 +163,8 @@ void KR_colorConvert(const KR_RGBA& in, KR_HLSA& out) {
         out = KR_HLSA(0.0, l, 0.0, in.a);
         return;
     }
-    double s = l <= 0.5 ? span / sum : span / (2.0 - maxc - minc);
+    const double divisor[2] = {sum, 2.0 - maxc - minc};
+    double s = span / divisor[l > 0.5];
     out = KR_HLSA(hueOf(in.r, in.g, in.b, maxc, minc), l, s, in.a);
 }
 
@@ -168,31 +192,11 @@ void KR_colorConvert(const KR_HSVA& in, KR_RGBA& out) {
         return;
     }
     double h6 = frac(in.h) * 6.0;  // in [0, 6]: the hue is finite here
-    double fi = floor(h6);
+    double fi = floorOf(h6);
     double f = h6 - fi;
-    double p = v * (1.0 - s);
-    double q = v * (1.0 - s * f);
-    double t = v * (1.0 - s * (1.0 - f));
-    switch (static_cast<int>(fi) % 6) {
-        case 0:
-            out = KR_RGBA(v, t, p, in.a);
-            break;
-        case 1:
-            out = KR_RGBA(q, v, p, in.a);
-            break;
-        case 2:
-            out = KR_RGBA(p, v, t, in.a);
-            break;
-        case 3:
-            out = KR_RGBA(p, q, v, in.a);
-            break;
-        case 4:
-            out = KR_RGBA(t, p, v, in.a);
-            break;
-        default:
-            out = KR_RGBA(v, p, q, in.a);
-            break;
-    }
+    const double c[4] = {v, v * (1.0 - s * (1.0 - f)), v * (1.0 - s), v * (1.0 - s * f)};
+    const unsigned char* k = kSector[static_cast<int>(fi) % 6];
+    out = KR_RGBA(c[k[0]], c[k[1]], c[k[2]], in.a);
 }
 
 void KR_colorConvert(const KR_HLSA& in, KR_RGBA& out) {
@@ -205,7 +209,8 @@ void KR_colorConvert(const KR_HLSA& in, KR_RGBA& out) {
         out = KR_RGBA(l, l, l, in.a);
         return;
     }
-    double m2 = l <= 0.5 ? l * (1.0 + s) : l + s - l * s;
+    const double upper[2] = {l * (1.0 + s), l + s - l * s};
+    double m2 = upper[l > 0.5];
     double m1 = 2.0 * l - m2;
     out = KR_RGBA(hlsChannel(m1, m2, in.h + 1.0 / 3.0), hlsChannel(m1, m2, in.h),
                   hlsChannel(m1, m2, in.h - 1.0 / 3.0), in.a);
