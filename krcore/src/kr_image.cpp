@@ -212,10 +212,16 @@ KR_RET_STATUS KR_Bitmap::loadMem(const void* data, unsigned int size) {
         return KRI_FAIL_MSG(KR_RET_ERR_ARG, "KR_Bitmap load: ", "null data\n");
     if (data == nullptr) return KR_RET_FALSE;
     krInternal::BmpImage image;
-    KR_RET_STATUS status =
-            krInternal::readBmp(static_cast<const unsigned char*>(data), size, image);
+    unsigned char* current = static_cast<unsigned char*>(pixels_.memPtr());
+    KR_RET_STATUS status = krInternal::readBmp(static_cast<const unsigned char*>(data), size,
+                                               current, pixels_.memSize(), image);
     if (status != KR_RET_TRUE) return status;
-    adopt(image.pixels, image.width, image.height);
+    if (image.pixels != current) {
+        adopt(image.pixels, image.width, image.height);
+    } else {
+        width_ = image.width;
+        height_ = image.height;
+    }
     sourceBitCount_ = image.bitCount;
     xPelsPerMeter_ = image.xPelsPerMeter;
     yPelsPerMeter_ = image.yPelsPerMeter;

@@ -129,15 +129,16 @@ void row24(const unsigned char* in, long long width, unsigned char* out) {
 // 32 bits as B, G, R and either alpha or an unused byte; answers the OR of the alphas.
 unsigned int row32(const unsigned char* in, long long width, bool alpha, unsigned char* out) {
     unsigned int any = 0;
+    const unsigned char keep = alpha ? 0xFF : 0, set = alpha ? 0 : 0xFF;
     for (long long x = 0; x < width; ++x, in += 4, out += 4) {
         out[0] = in[2];
         out[1] = in[1];
         out[2] = in[0];
-        unsigned char a = alpha ? in[3] : 255;
+        unsigned char a = static_cast<unsigned char>((in[3] & keep) | set);
         out[3] = a;
         any |= a;
     }
-    return any;
+    return any & keep;
 }
 
 unsigned int rowMasked(const unsigned char* in,
@@ -294,14 +295,22 @@ void decode(const unsigned char* p, const Layout& l, unsigned char* pixels) {
 
 namespace krInternal {
 
-KR_RET_STATUS readBmp(const unsigned char* data, size_t size, BmpImage& image) {
+KR_RET_STATUS readBmp(const unsigned char* data,
+                      size_t size,
+                      unsigned char* reuse,
+                      size_t reuseSize,
+                      BmpImage& image) {
     if (size < 18 || data[0] != 'B' || data[1] != 'M') return KR_RET_FALSE;
     Layout layout;
     int xPels = 0, yPels = 0;
     KR_RET_STATUS status = readLayout(data, size, layout, xPels, yPels);
     if (KRI_FAILED(status)) return status;
     const size_t bytes = static_cast<size_t>(layout.width) * static_cast<size_t>(layout.height) * 4;
-    unsigned char* pixels = static_cast<unsigned char*>(allocBlock(bytes));
+    // A block of the right size is overwritten in place: no allocation, and none of the page
+    // faults of first touching a fresh one, which cost a large image as much as its decoding.
+    unsigned char* pixels = reuse != nullptr && bytes == reuseSize
+                                    ? reuse
+                                    : static_cast<unsigned char*>(allocBlock(bytes));
     if (pixels == nullptr)
         return KRI_FAIL_MSG(KR_RET_ERR_MEM, "KR_Bitmap allocation", KR_msg(0, 1));
     decode(data, layout, pixels);

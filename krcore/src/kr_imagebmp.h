@@ -21,8 +21,14 @@ struct BmpImage {
 };
 
 // Decodes size bytes at data with the statuses and reports of KR_Bitmap::loadMem. On success
-// image holds the new block; on any other answer nothing is allocated and image is untouched.
-KR_RET_STATUS readBmp(const unsigned char* data, size_t size, BmpImage& image);
+// image holds the pixels: in reuse when the image takes exactly reuseSize bytes (nothing can
+// fail once the headers are checked, so the caller's old pixels are overwritten only then),
+// else in a new block. On any other answer nothing is allocated or written.
+KR_RET_STATUS readBmp(const unsigned char* data,
+                      size_t size,
+                      unsigned char* reuse,
+                      size_t reuseSize,
+                      BmpImage& image);
 
 // The bytes a BMP file of width x height pixels at bitCount (24 or 32) takes, header included.
 unsigned long long bmpFileSize(unsigned int width, unsigned int height, unsigned int bitCount);
