@@ -27,7 +27,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const unsigned char* b = back.getPixels();
     // An image whose alpha is zero everywhere loads back opaque; compare the colours then.
     bool anyAlpha = false;
-    for (size_t i = 3; i < static_cast<size_t>(w) * h * 4; i += 4) anyAlpha |= a[i] != 0;
+    for (size_t i = 3; i < static_cast<size_t>(w) * h * 4; i += 4)
+        anyAlpha |= a[i] != 0;
     for (size_t i = 0; i < static_cast<size_t>(w) * h * 4; ++i) {
         if (a[i] != b[i] && (anyAlpha || i % 4 != 3)) abort();
     }
