@@ -13,8 +13,9 @@
 // Colour conversions are pure value operations: they neither report nor clear the user error,
 // and they follow IEEE double arithmetic. Every component's nominal range is [0, 1]; hue is a
 // fraction of a turn, read modulo 1 (h = -0.25 is h = 0.75, h = 1 is h = 0), and I and Q reach
-// about +-0.6. The formulas are those of Python's colorsys; the only difference is that a hue
-// outside [0, 1) is wrapped first. Defined edges:
+// about +-0.6. The formulas are those of Python's colorsys and the results agree with it within
+// a rounding (1e-12); the only difference is that a hue outside [0, 1) is wrapped first.
+// Defined edges:
 // - CMY is 1 - RGB per channel, without clamping.
 // - YIQ to RGB clamps each channel to [0, 1]; a NaN channel stays NaN.
 // - From HSV or HLS: a NaN or infinite h, s or v (l) gives NaN in r, g and b.
