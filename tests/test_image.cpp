@@ -320,6 +320,21 @@ TEST(Bitmap, LooseEndsOfTheFormat) {
         want[i] = static_cast<char>(255);
     EXPECT_TRUE(want == pixelsOf(bmp));
     EXPECT_EQ(32u, bmp.getSourceBitCount());
+    // 10-bit channels keep their top 8 bits; a 2-bit alpha scales to 0, 85, 170, 255.
+    std::string wide = readFile(kData + "/bmp/v4_bgra.bmp");
+    const unsigned int masks[4] = {0x3FF00000u, 0xFFC00u, 0x3FFu, 0xC0000000u};
+    for (int k = 0; k < 4; ++k)
+        put32(wide, 54 + 4 * k, masks[k]);
+    ASSERT_KR_OK(bmp.loadMem(wide.data(), static_cast<unsigned int>(wide.size())));
+    for (unsigned int i = 0; i < 5 * 4; ++i) {
+        unsigned int x = i % 5, y = i / 5, p = 0;
+        for (int k = 3; k >= 0; --k)
+            p = p << 8 | static_cast<unsigned char>(wide[122 + (3 - y) * 20 + x * 4 + k]);
+        const unsigned char want[4] = {
+                static_cast<unsigned char>(p >> 22), static_cast<unsigned char>(p >> 12),
+                static_cast<unsigned char>(p >> 2), static_cast<unsigned char>((p >> 30) * 85)};
+        EXPECT_EQ(0, memcmp(want, bmp.getPixels() + 4 * i, 4)) << i;
+    }
     // A 40-byte header with four masks (alpha bitfields) reads alpha from the fourth.
     std::string ab = readFile(kData + "/bmp/v4_bgra.bmp");
     ab.erase(14 + 56, 108 - 56);
