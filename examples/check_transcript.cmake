@@ -10,6 +10,7 @@ if(NOT result EQUAL 0)
 endif()
 set(expected
         "krcore 1.0.0 started"
+        "wrote a 128 x 128 colour wheel (saved): "
         "== a plug-in module =="
         "KR_dllLoad answered KR_RET_TRUE"
         "a second KR_dllLoad answered KR_RET_TRUE: the module is loaded once and counted twice"

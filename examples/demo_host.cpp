@@ -1,8 +1,10 @@
 // demo_host.cpp — a tour of the library as a host application uses it.
 // Starts the library, registers the host's own reporter, provokes a located error report, prints
-// statuses through the library's stream with and without a console handler, and compares
-// versions, then takes a plug-in module through the public object model (demo_plugin.cpp).
+// statuses through the library's stream with and without a console handler, compares versions
+// and draws a colour wheel into a BMP file, then takes a plug-in module through the public
+// object model (demo_plugin.cpp).
 #include <limits.h>
+#include <math.h>
 #include <stdio.h>
 #include <stdlib.h>
 
@@ -117,6 +119,30 @@ int main(int argc, char** argv) {
         printf("wrote 1.2.0, read back %u.%u.%u\n", back.getMajor(), back.getMinor(),
                back.getPatch());
         KR_fileRemove(static_cast<const char*>(path));
+    }
+
+    heading("a colour wheel");
+    // Hue runs around the centre and saturation outwards, at full value; the corners stay
+    // transparent. The file stays for the reader to open.
+    const unsigned int side = 128;
+    const double radius = side / 2.0 - 2;
+    KR_Bitmap wheel(side, side);
+    for (unsigned int y = 0; y < side; ++y) {
+        for (unsigned int x = 0; x < side; ++x) {
+            double dx = x + 0.5 - side / 2.0, dy = side / 2.0 - (y + 0.5);
+            double r = sqrt(dx * dx + dy * dy) / radius;
+            if (r > 1.0) continue;
+            KR_RGBA colour;
+            KR_colorConvert(KR_HSVA(atan2(dy, dx) / (2 * 3.14159265358979323846), r, 1.0), colour);
+            wheel.setPixel(x, y, colour);
+        }
+    }
+    KR_String wheelPath;
+    if (KR_fileGetTempDir(wheelPath) <= 2) {
+        wheelPath += "/krcore_colour_wheel.bmp";
+        status = wheel.save(static_cast<const char*>(wheelPath), 32);
+        printf("wrote a %u x %u colour wheel (%s): %s\n", side, side,
+               status == KR_RET_TRUE ? "saved" : "failed", static_cast<const char*>(wheelPath));
     }
 
     // The module to load: the command line's, else the sample module built beside this host.

@@ -13,6 +13,7 @@
 #include "kr_globals.h"
 #include "kr_hash.h"
 #include "kr_hash_impl.h"
+#include "kr_image.h"
 #include "kr_init.h"
 #include "kr_iostream.h"
 #include "kr_iterator_impl.h"
