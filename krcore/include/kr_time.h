@@ -73,7 +73,7 @@ KR_API KR_RET_STATUS KR_timeToDays(const KR_DateTime& t, long long& days);
 KR_API KR_RET_STATUS KR_timeFromDays(long long days, KR_DateTime& t);
 // Unix seconds (the record read as UTC): milliseconds are dropped on the way in and zero on the
 // way out. Negative seconds are before 1970 and convert as any other.
-KR_API KR_RET_STATUS KR_timeToUnix(const KR_DateTime& t, long long& seconds);
+inline KR_RET_STATUS KR_timeToUnix(const KR_DateTime& t, long long& seconds);
 KR_API KR_RET_STATUS KR_timeFromUnix(long long seconds, KR_DateTime& t);
 KR_API KR_RET_STATUS KR_timeToUnixMs(const KR_DateTime& t, long long& ms);
 KR_API KR_RET_STATUS KR_timeFromUnixMs(long long ms, KR_DateTime& t);
@@ -146,5 +146,68 @@ KR_API KR_RET_STATUS KR_timeToTextW(const KR_DateTime& t, KR_StringW& out, unsig
 //   "2024-03-10 12:00"  ->  2024-03-10 12:00:00.000;  "2024-02-30"  ->  KR_RET_FALSE
 KR_API KR_RET_STATUS KR_timeFromText(const char* text, KR_DateTime& out);
 KR_API KR_RET_STATUS KR_timeFromTextW(const wchar_t* text, KR_DateTime& out);
+
+// --- The calendar arithmetic behind the conversions (not for host code) ---
+// Inline where a host's loop calls it through KR_timeToUnix. Day numbers count from 1970-01-01;
+// the calendar is the proleptic Gregorian one with astronomical years.
+namespace krInternal {
+
+const int kTimeMinYear = -9999;
+const int kTimeMaxYear = 9999;
+
+// The conversions between dates and day numbers are Neri and Schneider's Euclidean affine
+// forms of the civil calendar: a year starts on 1 March, so the leap day is the year's last,
+// and multiplications and shifts replace most divisions. Years are shifted by 25 eras of 400
+// years (146097 days each) so that every quantity in the range is unsigned.
+const unsigned int kEraShiftYears = 25u * 400u;
+const unsigned int kCivilEpoch = 719468u + 25u * 146097u;  // shifted 0000-03-01 to 1970-01-01
+
+inline bool timeIsLeap(int year) {
+    return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+}
+
+inline unsigned int timeDaysInMonth(int year, unsigned int month) {
+    static const unsigned char kDays[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    if (month - 1u >= 12u) return 0;
+    return month == 2 && timeIsLeap(year) ? 29u : kDays[month - 1];
+}
+
+inline bool timeValid(const KR_DateTime& t) {
+    static const unsigned char kDays[13] = {0, 31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    if (t.month - 1u >= 12u) return false;
+    // One branch for the other fields: the comparisons are combined without short circuit.
+    const unsigned int span = static_cast<unsigned int>(kTimeMaxYear - kTimeMinYear);
+    if ((static_cast<unsigned int>(t.year - kTimeMinYear) > span) | (t.hour >= 24u) |
+        (t.minute >= 60u) | (t.second >= 60u) | (t.millisecond >= 1000u)) {
+        return false;
+    }
+    // Day 0 wraps above every month's length; the leap rule's divisions run only for 29 February.
+    if (t.day - 1u < kDays[t.month]) return true;
+    return t.day == 29 && t.month == 2 && timeIsLeap(t.year);
+}
+
+// Days since 1970-01-01 of a valid date.
+inline long long daysFromCivil(int year, unsigned int month, unsigned int day) {
+    const unsigned int j = month <= 2;
+    const unsigned int y = static_cast<unsigned int>(year) + kEraShiftYears - j;
+    const unsigned int m = j ? month + 12 : month;
+    const unsigned int c = y / 100u;
+    const unsigned int yearDays = 1461u * y / 4u - c + c / 4u;
+    const unsigned int monthDays = (979u * m - 2919u) / 32u;
+    return static_cast<long long>(yearDays + monthDays + day - 1u) - kCivilEpoch;
+}
+
+// Reports t as an invalid date under "src/kr_time" and answers KR_RET_ERR_ARG.
+KR_API KR_RET_STATUS timeRefused(const KR_DateTime& t);
+
+}  // namespace krInternal
+
+inline KR_RET_STATUS KR_timeToUnix(const KR_DateTime& t, long long& seconds) {
+    krInternal::clearUserError();
+    if (!krInternal::timeValid(t)) return krInternal::timeRefused(t);
+    const unsigned int ofDay = (t.hour * 60u + t.minute) * 60u + t.second;
+    seconds = krInternal::daysFromCivil(t.year, t.month, t.day) * 86400 + ofDay;
+    return KR_RET_TRUE;
+}
 
 #endif  // KRCORE_KR_TIME_H

@@ -75,6 +75,10 @@ KR_RET_STATUS krInternal::timeInvalid(const KR_DateTime& t, unsigned int line) {
     return krInternal::failAt(KR_RET_ERR_ARG, KRI_UNIT, line);
 }
 
+KR_RET_STATUS krInternal::timeRefused(const KR_DateTime& t) {
+    return timeInvalid(t, __LINE__);
+}
+
 unsigned char KR_timeIsLeapYear(int year) {
     return krInternal::timeIsLeap(year) ? 1 : 0;
 }
@@ -118,14 +122,6 @@ KR_RET_STATUS KR_timeFromDays(long long days, KR_DateTime& t) {
     KR_DateTime r;
     krInternal::civilFromDays(days, r);
     t = r;
-    return KR_RET_TRUE;
-}
-
-KR_RET_STATUS KR_timeToUnix(const KR_DateTime& t, long long& seconds) {
-    krInternal::clearUserError();
-    if (!timeValid(t)) return timeInvalid(t, __LINE__);
-    const unsigned int ofDay = (t.hour * 60u + t.minute) * 60u + t.second;
-    seconds = krInternal::daysFromCivil(t.year, t.month, t.day) * kSecondsPerDay + ofDay;
     return KR_RET_TRUE;
 }
 

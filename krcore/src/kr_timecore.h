@@ -8,8 +8,6 @@
 
 namespace krInternal {
 
-const int kTimeMinYear = -9999;
-const int kTimeMaxYear = 9999;
 const long long kTimeMinDays = -4371587;  // -9999-01-01
 const long long kTimeMaxDays = 2932896;   // 9999-12-31
 const long long kSecondsPerDay = 86400;
@@ -19,47 +17,7 @@ const long long kTimeMaxSeconds = kTimeMaxDays * kSecondsPerDay + kSecondsPerDay
 const long long kTimeMinMs = kTimeMinSeconds * 1000;
 const long long kTimeMaxMs = kTimeMaxSeconds * 1000 + 999;
 
-// The conversions between dates and day numbers are Neri and Schneider's Euclidean affine
-// forms of the civil calendar: a year starts on 1 March, so the leap day is the year's last,
-// and multiplications and shifts replace most divisions. Years are shifted by 25 eras of 400
-// years (146097 days each) so that every quantity in the range is unsigned.
-const unsigned int kEraShiftYears = 25u * 400u;
-const unsigned int kCivilEpoch = 719468u + 25u * 146097u;  // shifted 0000-03-01 to 1970-01-01
-
-inline bool timeIsLeap(int year) {
-    return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
-}
-
-inline unsigned int timeDaysInMonth(int year, unsigned int month) {
-    static const unsigned char kDays[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-    if (month - 1u >= 12u) return 0;
-    return month == 2 && timeIsLeap(year) ? 29u : kDays[month - 1];
-}
-
-inline bool timeValid(const KR_DateTime& t) {
-    static const unsigned char kDays[13] = {0, 31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-    if (t.month - 1u >= 12u) return false;
-    // One branch for the other fields: the comparisons are combined without short circuit.
-    const unsigned int span = static_cast<unsigned int>(kTimeMaxYear - kTimeMinYear);
-    if ((static_cast<unsigned int>(t.year - kTimeMinYear) > span) | (t.hour >= 24u) |
-        (t.minute >= 60u) | (t.second >= 60u) | (t.millisecond >= 1000u)) {
-        return false;
-    }
-    // Day 0 wraps above every month's length; the leap rule's divisions run only for 29 February.
-    if (t.day - 1u < kDays[t.month]) return true;
-    return t.day == 29 && t.month == 2 && timeIsLeap(t.year);
-}
-
-// Days since 1970-01-01 of a valid date.
-inline long long daysFromCivil(int year, unsigned int month, unsigned int day) {
-    const unsigned int j = month <= 2;
-    const unsigned int y = static_cast<unsigned int>(year) + kEraShiftYears - j;
-    const unsigned int m = j ? month + 12 : month;
-    const unsigned int c = y / 100u;
-    const unsigned int yearDays = 1461u * y / 4u - c + c / 4u;
-    const unsigned int monthDays = (979u * m - 2919u) / 32u;
-    return static_cast<long long>(yearDays + monthDays + day - 1u) - kCivilEpoch;
-}
+// The day numbers of dates are daysFromCivil, in kr_time.h.
 
 // The date of a day number within kTimeMinDays..kTimeMaxDays.
 inline void civilFromDays(long long days, KR_DateTime& t) {
