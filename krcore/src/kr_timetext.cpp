@@ -71,21 +71,20 @@ KR_RET_STATUS fromName(const C* name,
     return KR_RET_FALSE;
 }
 
-// value := the two decimal digits at p, which move past them; false (p unmoved) otherwise.
+// The number of the two decimal digits at p, or 100 when they are not both digits. p[1] is read
+// only when p[0] is a digit, so never past the text's end.
 template <class C>
-bool twoDigits(const C*& p, unsigned int& value) {
+inline unsigned int twoDigits(const C* p) {
     const unsigned int a = digit(p[0]);
-    if (a > 9u) return false;
+    if (a > 9u) return 100u;
     const unsigned int b = digit(p[1]);
-    if (b > 9u) return false;
-    value = a * 10u + b;
-    p += 2;
-    return true;
+    if (b > 9u) return 100u;
+    return a * 10u + b;
 }
 
 // Moves a valid t by less than a day of minutes either way, day by day through the calendar;
 // false when that leaves the range.
-bool shiftMinutes(KR_DateTime& t, int minutes) {
+inline bool shiftMinutes(KR_DateTime& t, int minutes) {
     int m = static_cast<int>(t.hour * 60u + t.minute) + minutes;
     if (m < 0) {
         m += 1440;
@@ -111,54 +110,69 @@ bool shiftMinutes(KR_DateTime& t, int minutes) {
     return true;
 }
 
+// The fields are read into locals and the record is built once at the end: a record filled
+// field by field through references stays in memory, and copying it out then waits on its
+// stores.
 template <class C>
 bool parseText(const C* p, KR_DateTime& out) {
-    KR_DateTime t;
-    t.hour = t.minute = t.second = t.millisecond = 0;
     bool negative = false;
     if (*p == '+' || *p == '-') negative = *p++ == '-';
-    unsigned int high = 0, low = 0;
-    if (!twoDigits(p, high) || !twoDigits(p, low) || *p != '-') return false;
-    ++p;
-    if (!twoDigits(p, t.month) || *p != '-') return false;
-    ++p;
-    if (!twoDigits(p, t.day)) return false;
-    const int year = static_cast<int>(high * 100u + low);
-    t.year = negative ? -year : year;
+    const unsigned int high = twoDigits(p);
+    if (high > 99u) return false;
+    const unsigned int low = twoDigits(p + 2);
+    if (low > 99u || p[4] != '-') return false;
+    const unsigned int month = twoDigits(p + 5);
+    if (month > 99u || p[7] != '-') return false;
+    const unsigned int day = twoDigits(p + 8);
+    if (day > 99u) return false;
+    p += 10;
+    unsigned int hour = 0, minute = 0, second = 0, ms = 0;
     int offsetMinutes = 0;
     if (*p == 'T' || *p == 't' || *p == ' ') {
-        ++p;
-        if (!twoDigits(p, t.hour) || *p != ':') return false;
-        ++p;
-        if (!twoDigits(p, t.minute)) return false;
+        hour = twoDigits(p + 1);
+        if (hour > 99u || p[3] != ':') return false;
+        minute = twoDigits(p + 4);
+        if (minute > 99u) return false;
+        p += 6;
         if (*p == ':') {
-            ++p;
-            if (!twoDigits(p, t.second)) return false;
+            second = twoDigits(p + 1);
+            if (second > 99u) return false;
+            p += 3;
             if (*p == '.' || *p == ',') {
                 ++p;
-                unsigned int n = 0, ms = 0;
+                unsigned int n = 0;
                 for (; digit(*p) <= 9u; ++p, ++n) {
                     if (n < 3) ms = ms * 10u + digit(*p);
                 }
                 if (n == 0) return false;
                 for (; n < 3; ++n)
                     ms *= 10u;
-                t.millisecond = ms;
             }
         }
         if (*p == 'Z' || *p == 'z') {
             ++p;
         } else if (*p == '+' || *p == '-') {
-            const bool west = *p++ == '-';
-            unsigned int oh = 0, om = 0;
-            if (!twoDigits(p, oh) || *p != ':') return false;
-            ++p;
-            if (!twoDigits(p, om) || oh > 23u || om > 59u) return false;
+            const bool west = *p == '-';
+            const unsigned int oh = twoDigits(p + 1);
+            if (oh > 23u || p[3] != ':') return false;
+            const unsigned int om = twoDigits(p + 4);
+            if (om > 59u) return false;
+            p += 6;
             offsetMinutes = static_cast<int>(oh * 60u + om);
             if (west) offsetMinutes = -offsetMinutes;
         }
     }
-    if (*p != 0 || !krInternal::timeValid(t)) return false;
+    if (*p != 0) return false;
+    KR_DateTime t;
+    const int year = static_cast<int>(high * 100u + low);
+    t.year = negative ? -year : year;
+    t.month = month;
+    t.day = day;
+    t.hour = hour;
+    t.minute = minute;
+    t.second = second;
+    t.millisecond = ms;
+    if (!krInternal::timeValid(t)) return false;
     // Local time minus its offset is UTC.
     if (offsetMinutes != 0 && !shiftMinutes(t, -offsetMinutes)) return false;
     out = t;
