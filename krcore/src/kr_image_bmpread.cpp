@@ -5,6 +5,7 @@
 #include "kr_alloc.h"
 #include "kr_endian.h"
 #include "kr_imagebmp.h"
+#include "kr_platform.h"
 #include "kr_report.h"
 
 #define KRI_UNIT "src/kr_image"
@@ -313,6 +314,7 @@ KR_RET_STATUS readBmp(const unsigned char* data,
                                     : static_cast<unsigned char*>(allocBlock(bytes));
     if (pixels == nullptr)
         return KRI_FAIL_MSG(KR_RET_ERR_MEM, "KR_Bitmap allocation", KR_msg(0, 1));
+    if (pixels != reuse) krPlatform::adviseLargeBlock(pixels, bytes);
     decode(data, layout, pixels);
     image.pixels = pixels;
     image.width = static_cast<unsigned int>(layout.width);

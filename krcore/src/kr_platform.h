@@ -84,6 +84,12 @@ bool systemTakesWide();
 // _wsystem where systemTakesWide(); -1 elsewhere.
 int systemWide(const wchar_t* command);
 
+// --- Large blocks (kr_image) ---
+// Asks the system to back the whole 2 MiB pages inside [p, p + bytes) with huge pages, so that
+// first writes into a fresh block of many megabytes take one fault per 2 MiB instead of per
+// 4 KiB. Only advice: nothing happens where the system offers no such thing.
+void adviseLargeBlock(void* p, size_t bytes);
+
 // --- Modules and the environment (kr_dllmanager) ---
 // module := the module file at path, loaded, and nothing else: a bare name is taken from the
 // current directory, never from the loader's search path, and on Windows no ".dll" is added to a

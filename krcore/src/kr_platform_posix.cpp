@@ -12,8 +12,10 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
+#include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <time.h>
@@ -629,6 +631,20 @@ bool systemTakesWide() {
 
 int systemWide(const wchar_t*) {
     return -1;
+}
+
+// --- Large blocks (kr_image) ---
+
+void adviseLargeBlock(void* p, size_t bytes) {
+#if defined(MADV_HUGEPAGE)
+    const uintptr_t huge = uintptr_t(1) << 21;
+    const uintptr_t start = (reinterpret_cast<uintptr_t>(p) + huge - 1) & ~(huge - 1);
+    const uintptr_t end = (reinterpret_cast<uintptr_t>(p) + bytes) & ~(huge - 1);
+    if (start < end) madvise(reinterpret_cast<void*>(start), end - start, MADV_HUGEPAGE);
+#else
+    (void)p;
+    (void)bytes;
+#endif
 }
 
 // --- Modules and the environment (kr_dllmanager) ---

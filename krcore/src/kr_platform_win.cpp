@@ -187,6 +187,12 @@ int systemWide(const wchar_t* command) {
     return _wsystem(command);
 }
 
+// --- Large blocks (kr_image) ---
+
+void adviseLargeBlock(void*, size_t) {
+    // Large pages need a privilege that processes do not hold by default: nothing to ask.
+}
+
 // --- Modules and the environment (kr_dllmanager) ---
 
 int loadModule(const char* path, HMODULE& module) {
