@@ -10,6 +10,7 @@
 #include "kr_array_impl.h"
 #include "kr_base.h"
 #include "kr_container.h"
+#include "kr_file.h"
 #include "kr_queue_impl.h"
 #include "kr_var.h"
 #include "kr_vcarray_impl.h"
@@ -98,9 +99,11 @@ struct BtreeNode;
 //   t.seek(k /* 5 */)  ->  KR_RET_FALSE, the cursor on 7;  t.setCurPrev()  ->  the cursor on 3
 //
 // Failures leave the tree as it was: an insert prepares every node and block it needs before
-// changing anything, and a remove allocates nothing. Any change makes the cursor null. Inside a
-// walk the tree is locked: the changes answer KR_RET_ERR_ILOCK, find, seek, the cursor and the
-// getters stay allowed. Not copyable: the copy constructor and operator= report KR_RET_ERR_NSUP.
+// changing anything, and a remove allocates nothing. In a file tree a failed read or write of
+// the record file takes the tree back to its last flush, as it takes the file. Any change makes the
+// cursor null. Inside a walk the tree is locked: the changes answer KR_RET_ERR_ILOCK, find, seek,
+// the cursor and the getters stay allowed. Not copyable: the copy constructor and operator= report
+// KR_RET_ERR_NSUP.
 class KR_API KR_Btree : public KR_KorvaneClass {
 public:
     KR_Btree();
@@ -113,8 +116,34 @@ public:
     // A new empty memory tree. keyTypes holds 1..255 types of 2..14; order 3..4096. Otherwise
     // KR_RET_ERR_ARG; KR_RET_ERR_CALL when the tree is open.
     KR_RET_STATUS create(KR_Array<KR_VAR_TYPE>& keyTypes, unsigned int order, unsigned char unique);
-    // Frees everything; the tree is closed.
+    // A new empty tree in a record file of kind "KRBT" (created or emptied), header in record 0;
+    // pointer keys are KR_RET_ERR_NSUP there.
+    KR_RET_STATUS createFile(const char* name,
+                             KR_Array<KR_VAR_TYPE>& keyTypes,
+                             unsigned int order,
+                             unsigned char unique);
+    KR_RET_STATUS createFile(const wchar_t* name,
+                             KR_Array<KR_VAR_TYPE>& keyTypes,
+                             unsigned int order,
+                             unsigned char unique);
+    // KR_FILE_MODE_READ or KR_FILE_MODE_UPDATE (others KR_RET_ERR_ARG). A record file of another
+    // kind, or not a record file, answers KR_RET_FALSE without a report; a damaged header or
+    // node KR_RET_ERR_FILE ("KR_Btree: corrupt header" / "KR_Btree: corrupt node").
+    KR_RET_STATUS openFile(const char* name, KR_FILE_MODE mode);
+    KR_RET_STATUS openFile(const wchar_t* name, KR_FILE_MODE mode);
+    // File trees: writes the changed nodes (ascending id) and the header, then commits the
+    // record file (toDisk 1 forces it to the device). Only what a flush committed survives a
+    // crash: the file then opens as exactly the tree of the last flush. A write that fails
+    // drops every change since the last flush, in the file and in the tree. Memory trees:
+    // nothing to do.
+    KR_RET_STATUS flush(unsigned char toDisk = 0);
+    // Flushes a file tree, then frees everything; the tree is closed.
     KR_RET_STATUS close();
+    // File trees: the node cache holds at most nodes nodes (0: no limit; below 16 counts as 16)
+    // and at most bytes bytes of node blocks (0: no limit). The limits are soft: the root, the
+    // nodes that the current operation or a walk holds, and the nodes changed since the last
+    // flush stay (changes reach the file only in flush).
+    KR_RET_STATUS setCacheSize(unsigned int nodes, unsigned long long bytes = 0);
 
     // KR_RET_FALSE with nothing changed when the key (unique tree) or the pair (duplicate tree)
     // is there already. A key that does not match the schema, or holds a NaN, an infinity, a
@@ -170,7 +199,7 @@ public:
 
     unsigned char isOpen() { return mode_ != 0; }
 
-    unsigned char isFileTree() { return 0; }
+    unsigned char isFileTree() { return mode_ >= 2 ? 1 : 0; }
 
     unsigned char objIsEnabled() { return initialised_; }
 
@@ -186,8 +215,12 @@ private:
     KR_RET_STATUS initDataMembers();
     KR_RET_STATUS cleanupDataMembers();
 
-    // Internal steps (kr_btree.cpp, kr_btreewalk.cpp).
+    // Internal steps (kr_btree.cpp, kr_btreewalk.cpp, kr_btreefile.cpp).
     KR_RET_STATUS checkChange();
+    KR_RET_STATUS checkTypes(KR_Array<KR_VAR_TYPE>& keyTypes, unsigned int order, bool inFile);
+    KR_RET_STATUS adoptTypes(KR_Array<KR_VAR_TYPE>& keyTypes,
+                             unsigned int order,
+                             unsigned char unique);
     KR_RET_STATUS encodeProbe(KR_VarArr& key);
     int compareAt(const krInternal::BtreeNode* x,
                   unsigned int i,
@@ -196,32 +229,55 @@ private:
     unsigned int lowerBound(const krInternal::BtreeNode* x,
                             unsigned long long ref,
                             bool withRef) const;
-    bool locate(unsigned long long ref,
-                bool withRef,
-                unsigned int* pathNodes,
-                unsigned int* pathSlots,
-                unsigned int& depth) const;
-    krInternal::BtreeNode* node(unsigned int id) const;
-    KR_RET_STATUS removeAt(unsigned int depth);
+    KR_RET_STATUS locate(unsigned long long ref,
+                         bool withRef,
+                         unsigned int* pathNodes,
+                         unsigned int* pathSlots,
+                         unsigned int& depth);
+
+    krInternal::BtreeNode* node(unsigned int id) const { return nodes_[id]; }
+
+    KR_RET_STATUS fetch(unsigned int id, unsigned int height, krInternal::BtreeNode*& x);
+    KR_RET_STATUS prepareRemove(unsigned int depth);
+    void removeAt(unsigned int depth);
     void freeSlot(krInternal::BtreeNode* x, unsigned int i);
     void pushReserved(krInternal::BtreeNode* x);
+    void touch(krInternal::BtreeNode* x);
+    void markTouched();
     KR_RET_STATUS newNodeBlock(krInternal::BtreeNode*& x);
+    void dropNode(unsigned int id);
     KR_RET_STATUS growTable(unsigned int extra);
     KR_RET_STATUS decodeAt(const krInternal::BtreeNode* x, unsigned int i, KR_VarArr& key);
-    bool stepNext(unsigned int* pathNodes, unsigned int* pathSlots, unsigned int& depth) const;
-    bool stepPrev(unsigned int* pathNodes, unsigned int* pathSlots, unsigned int& depth) const;
-    bool edge(bool last,
-              unsigned int* pathNodes,
-              unsigned int* pathSlots,
-              unsigned int& depth) const;
+    KR_RET_STATUS stepNext(unsigned int* pathNodes, unsigned int* pathSlots, unsigned int& depth);
+    KR_RET_STATUS stepPrev(unsigned int* pathNodes, unsigned int* pathSlots, unsigned int& depth);
+    KR_RET_STATUS edge(bool last,
+                       unsigned int* pathNodes,
+                       unsigned int* pathSlots,
+                       unsigned int& depth);
     int compareEntries(const krInternal::BtreeNode* x,
                        unsigned int i,
                        const krInternal::BtreeNode* y,
                        unsigned int j) const;
     KR_RET_STATUS checkNodes(unsigned char* visited, unsigned int& problems);
+    template <class Char>
+    KR_RET_STATUS createFileT(const Char* name,
+                              KR_Array<KR_VAR_TYPE>& keyTypes,
+                              unsigned int order,
+                              unsigned char unique);
+    template <class Char>
+    KR_RET_STATUS openFileT(const Char* name, KR_FILE_MODE mode);
+    KR_RET_STATUS readHeader();
+    KR_RET_STATUS writeHeader();
+    KR_RET_STATUS loadNode(unsigned int id, krInternal::BtreeNode*& x);
+    KR_RET_STATUS makeRoom();
+    KR_RET_STATUS writeNode(krInternal::BtreeNode* x);
+    KR_RET_STATUS appendNodes(krInternal::BtreeNode** made, unsigned int count);
+    KR_RET_STATUS fileFailed(KR_RET_STATUS st, bool onRead);
+    KR_RET_STATUS ioRoom(unsigned int size);
+    void dropCache();
 
     unsigned char initialised_;
-    unsigned char mode_;    // 0 closed, 1 memory
+    unsigned char mode_;    // 0 closed, 1 memory, 2 file read-only, 3 file read-write
     unsigned char unique_;  // 1: one entry per key
     unsigned char locked_;  // set during a walk
     unsigned int order_;    // m, 3..4096
@@ -249,7 +305,29 @@ private:
     // The descent path of insert and remove, preallocated so that a remove never allocates.
     unsigned int pathNodes_[64];
     unsigned int pathSlots_[64];
-    KR_VarArr walkKey_;  // the key handed to entry callbacks
+    KR_VarArr walkKey_;        // the key handed to entry callbacks
+    KR_FileBinaryRec* file_;   // file trees only; owned
+    unsigned int cacheLimit_;  // nodes; 0: no limit
+    unsigned long long cacheByteLimit_;
+    unsigned int cacheCount_;  // nodes in memory
+    unsigned long long cacheBytes_;
+    unsigned int clockHand_;
+    // Nodes fetched by the current operation carry its stamp and are not evicted before it ends.
+    unsigned int opStamp_;
+    unsigned int cacheEpoch_;  // counts the times the cache was dropped
+    unsigned char headerDirty_;
+    size_t nodeBytes_;   // bytes of one node block
+    unsigned char* io_;  // node and header records on their way to and from the file
+    unsigned int ioCapacity_;
+    // The nodes an insert or remove may change, marked dirty when it is done.
+    unsigned int touched_[4 * 64 + 8];
+    unsigned int touchedCount_;
+    unsigned int removeLeafLevel_;  // where the entry that a remove takes out sits
+    // Records added for new nodes since the last flush: a failure that the record file does not
+    // roll back itself deletes them, so that the file holds no node the tree does not know.
+    unsigned int* appended_;
+    unsigned int appendedCount_;
+    unsigned int appendedCapacity_;
 };
 
 #endif  // KRCORE_KR_BTREE_H

@@ -13,6 +13,9 @@ using krInternal::BtreeNode;
 using krInternal::kInlineKey;
 using krInternal::kMaxHeight;
 using krInternal::kSlotVar;
+using krInternal::moveChildren;
+using krInternal::moveEntries;
+using krInternal::slotAt;
 
 namespace {
 
@@ -22,32 +25,6 @@ const unsigned int kMaxKeyElems = 255;
 
 size_t roundUp8(size_t n) {
     return (n + 7) & ~static_cast<size_t>(7);
-}
-
-// Entry moves inside and between nodes: a slot moves with the key block it may own.
-inline unsigned char* slotAt(BtreeNode* x, unsigned int i, unsigned int slotSize) {
-    return x->slots + static_cast<size_t>(i) * slotSize;
-}
-
-void moveEntries(BtreeNode* to,
-                 unsigned int toIndex,
-                 BtreeNode* from,
-                 unsigned int fromIndex,
-                 unsigned int count,
-                 unsigned int slotSize) {
-    if (count == 0) return;
-    memmove(slotAt(to, toIndex, slotSize), slotAt(from, fromIndex, slotSize),
-            static_cast<size_t>(count) * slotSize);
-    memmove(to->refs + toIndex, from->refs + fromIndex, count * sizeof(unsigned long long));
-}
-
-void moveChildren(BtreeNode* to,
-                  unsigned int toIndex,
-                  BtreeNode* from,
-                  unsigned int fromIndex,
-                  unsigned int count) {
-    if (count == 0) return;
-    memmove(to->children + toIndex, from->children + fromIndex, count * sizeof(unsigned int));
 }
 
 }  // namespace
@@ -68,6 +45,8 @@ KR_Btree::KR_Btree(const KR_Btree& other) : KR_KorvaneClass(other), keyTypes_(0,
 }
 
 KR_Btree::~KR_Btree() {
+    // A failing flush has been reported; its status has nowhere to go.
+    if (mode_ == 3) flush(0);
     cleanupDataMembers();
 }
 
@@ -81,32 +60,10 @@ KR_RET_STATUS KR_Btree::create(KR_Array<KR_VAR_TYPE>& keyTypes,
                                unsigned int order,
                                unsigned char unique) {
     KR_setUserError(0);
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    if (mode_ != 0) return KRI_FAIL(KR_RET_ERR_CALL);
-    if (!keyTypes.objIsEnabled()) return KRI_FAIL(KR_RET_ERR_OBJ);
-    unsigned int count = keyTypes.numElems();
-    if (order < kMinOrder || order > kMaxOrder || count == 0 || count > kMaxKeyElems) {
-        return KRI_FAIL_MSG(KR_RET_ERR_ARG, "KR_Btree: bad order or key types", "%u, %u", order,
-                            count);
-    }
-    for (unsigned int i = 0; i < count; ++i) {
-        KR_VAR_TYPE type = keyTypes[i];
-        if (type < KR_VAR_UCHAR || type > KR_VAR_PTR) {
-            return KRI_FAIL_MSG(KR_RET_ERR_ARG, "KR_Btree: bad order or key types", "%u, %u", order,
-                                count);
-        }
-    }
-    KR_setUserError(0);
-    keyTypes_ = keyTypes;
-    if (KR_getUserError() == KR_RET_ERR_MEM || keyTypes_.numElems() != count) {
-        keyTypes_.delAll();
-        return KR_RET_ERR_MEM;
-    }
-    types_ = &keyTypes_[0];
-    order_ = order;
-    unique_ = unique != 0 ? 1 : 0;
-    keyFixed_ = krInternal::btreeFixedKeySize(types_, count);
-    slotSize_ = keyFixed_ != 0 ? keyFixed_ : kSlotVar;
+    KR_RET_STATUS st = checkTypes(keyTypes, order, false);
+    if (KRI_FAILED(st)) return st;
+    st = adoptTypes(keyTypes, order, unique);
+    if (KRI_FAILED(st)) return st;
     mode_ = 1;
     return KR_RET_TRUE;
 }
@@ -116,9 +73,10 @@ KR_RET_STATUS KR_Btree::close() {
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
     if (mode_ == 0) return KRI_FAIL(KR_RET_ERR_CALL);
     if (locked_) return KRI_FAIL_MSG(KR_RET_ERR_ILOCK, "KR_Btree: changed during a walk", "%s", "");
+    KR_RET_STATUS st = mode_ == 3 ? flush(0) : KR_RET_TRUE;
     cleanupDataMembers();
     initDataMembers();
-    return KR_RET_TRUE;
+    return KRI_FAILED(st) ? st : KR_RET_TRUE;
 }
 
 KR_RET_STATUS KR_Btree::insert(KR_VarArr& key, unsigned long long ref) {
@@ -128,15 +86,20 @@ KR_RET_STATUS KR_Btree::insert(KR_VarArr& key, unsigned long long ref) {
     st = encodeProbe(key);
     if (KRI_FAILED(st)) return st;
     bool withRef = unique_ == 0;
+    ++opStamp_;
+    touchedCount_ = 0;
 
     // Descend, recording the path; an equal entry answers before anything changes.
     unsigned int depth = 0;
-    for (unsigned int id = root_; id != 0;) {
-        BtreeNode* x = node(id);
+    for (unsigned int id = root_, height = height_; id != 0; --height) {
+        BtreeNode* x;
+        st = fetch(id, height, x);
+        if (KRI_FAILED(st)) return st;
         unsigned int i = lowerBound(x, ref, withRef);
         if (i < x->n && compareAt(x, i, ref, withRef) == 0) return KR_RET_FALSE;
         pathNodes_[depth] = id;
         pathSlots_[depth] = i;
+        touch(x);
         ++depth;
         if (x->height == 1) break;
         id = x->children[i];
@@ -160,9 +123,18 @@ KR_RET_STATUS KR_Btree::insert(KR_VarArr& key, unsigned long long ref) {
     }
     unsigned int fromReserved = need < reservedCount_ ? need : reservedCount_;
     unsigned int fresh = need - fromReserved;
-    BtreeNode* made[kMaxHeight + 1];
+    BtreeNode* acquired[kMaxHeight + 1];
+    for (unsigned int k = 0, id = reservedHead_; k < fromReserved && !KRI_FAILED(st); ++k) {
+        st = fetch(id, 0, acquired[k]);
+        if (!KRI_FAILED(st) && !acquired[k]->reserved) {
+            st = KRI_FAIL_MSG(KR_RET_ERR_FILE, "KR_Btree: corrupt node", "node %u: %s", id,
+                              "reserved list broken");
+        }
+        if (!KRI_FAILED(st)) id = acquired[k]->nextReserved;
+    }
+    BtreeNode** made = acquired + fromReserved;
     unsigned int madeCount = 0;
-    st = fresh != 0 ? growTable(fresh) : KR_RET_TRUE;
+    if (!KRI_FAILED(st) && fresh != 0) st = growTable(fresh);
     while (!KRI_FAILED(st) && madeCount < fresh) {
         st = newNodeBlock(made[madeCount]);
         if (!KRI_FAILED(st)) ++madeCount;
@@ -173,24 +145,27 @@ KR_RET_STATUS KR_Btree::insert(KR_VarArr& key, unsigned long long ref) {
         krInternal::freeBlock(block);
         return st;
     }
+    // appendNodes takes the blocks over, also when it fails.
+    if (file_ != nullptr) st = appendNodes(made, fresh);
+    if (KRI_FAILED(st)) {
+        krInternal::freeBlock(block);
+        return st;
+    }
 
-    // Acquire: the reserved list first (LIFO), then new ids.
-    BtreeNode* acquired[kMaxHeight + 1];
+    // Acquire: the reserved list first (LIFO), then new ids (a file tree has numbered them).
     for (unsigned int k = 0; k < need; ++k) {
-        BtreeNode* x;
+        BtreeNode* x = acquired[k];
         if (k < fromReserved) {
-            x = nodes_[reservedHead_];
             reservedHead_ = x->nextReserved;
             --reservedCount_;
             x->reserved = 0;
             x->nextReserved = 0;
             x->n = 0;
-        } else {
-            x = made[k - fromReserved];
+        } else if (file_ == nullptr) {
             x->id = tableSize_;
             nodes_[tableSize_++] = x;
         }
-        acquired[k] = x;
+        touch(x);
     }
 
     // The new entry goes into the leaf at its lower bound (or into a new root leaf).
@@ -267,6 +242,7 @@ KR_RET_STATUS KR_Btree::insert(KR_VarArr& key, unsigned long long ref) {
     }
     ++entryCount_;
     curDepth_ = 0;
+    markTouched();
     return KR_RET_TRUE;
 }
 
@@ -279,7 +255,9 @@ KR_RET_STATUS KR_Btree::find(KR_VarArr& key, unsigned long long& ref) {
     unsigned int nodes[kMaxHeight];
     unsigned int slots[kMaxHeight];
     unsigned int depth;
-    if (!locate(0, unique_ == 0, nodes, slots, depth)) return KR_RET_FALSE;
+    ++opStamp_;
+    st = locate(0, unique_ == 0, nodes, slots, depth);
+    if (st != KR_RET_TRUE) return st;
     BtreeNode* x = node(nodes[depth - 1]);
     unsigned int i = slots[depth - 1];
     if (compareAt(x, i, 0, false) != 0) return KR_RET_FALSE;
@@ -295,11 +273,14 @@ KR_RET_STATUS KR_Btree::update(KR_VarArr& key, unsigned long long ref) {
     st = encodeProbe(key);
     if (KRI_FAILED(st)) return st;
     unsigned int depth;
-    if (!locate(0, false, pathNodes_, pathSlots_, depth)) return KR_RET_FALSE;
+    ++opStamp_;
+    st = locate(0, false, pathNodes_, pathSlots_, depth);
+    if (st != KR_RET_TRUE) return st;
     BtreeNode* x = node(pathNodes_[depth - 1]);
     unsigned int i = pathSlots_[depth - 1];
     if (compareAt(x, i, 0, false) != 0) return KR_RET_FALSE;
     x->refs[i] = ref;
+    x->dirty = 1;
     return KR_RET_TRUE;
 }
 
@@ -310,10 +291,15 @@ KR_RET_STATUS KR_Btree::remove(KR_VarArr& key) {
     st = encodeProbe(key);
     if (KRI_FAILED(st)) return st;
     unsigned int depth;
-    if (!locate(0, unique_ == 0, pathNodes_, pathSlots_, depth)) return KR_RET_FALSE;
+    ++opStamp_;
+    st = locate(0, unique_ == 0, pathNodes_, pathSlots_, depth);
+    if (st != KR_RET_TRUE) return st;
     BtreeNode* x = node(pathNodes_[depth - 1]);
     if (compareAt(x, pathSlots_[depth - 1], 0, false) != 0) return KR_RET_FALSE;
-    return removeAt(depth);
+    st = prepareRemove(depth);
+    if (KRI_FAILED(st)) return st;
+    removeAt(depth);
+    return KR_RET_TRUE;
 }
 
 KR_RET_STATUS KR_Btree::removeEntry(KR_VarArr& key, unsigned long long ref) {
@@ -323,11 +309,16 @@ KR_RET_STATUS KR_Btree::removeEntry(KR_VarArr& key, unsigned long long ref) {
     st = encodeProbe(key);
     if (KRI_FAILED(st)) return st;
     unsigned int depth;
-    if (!locate(ref, unique_ == 0, pathNodes_, pathSlots_, depth)) return KR_RET_FALSE;
+    ++opStamp_;
+    st = locate(ref, unique_ == 0, pathNodes_, pathSlots_, depth);
+    if (st != KR_RET_TRUE) return st;
     BtreeNode* x = node(pathNodes_[depth - 1]);
     unsigned int i = pathSlots_[depth - 1];
     if (compareAt(x, i, ref, unique_ == 0) != 0 || x->refs[i] != ref) return KR_RET_FALSE;
-    return removeAt(depth);
+    st = prepareRemove(depth);
+    if (KRI_FAILED(st)) return st;
+    removeAt(depth);
+    return KR_RET_TRUE;
 }
 
 KR_RET_STATUS KR_Btree::clear() {
@@ -335,12 +326,18 @@ KR_RET_STATUS KR_Btree::clear() {
     KR_RET_STATUS st = checkChange();
     if (KRI_FAILED(st)) return st;
     for (unsigned int id = 1; id < tableSize_; ++id) {
+        ++opStamp_;
         BtreeNode* x = nodes_[id];
+        if (x == nullptr && file_ != nullptr && file_->recHas(id) == KR_RET_TRUE) {
+            st = fetch(id, 0, x);
+            if (KRI_FAILED(st)) return st;
+        }
         if (x == nullptr || x->reserved) continue;
         for (unsigned int i = 0; i < x->n; ++i)
             freeSlot(x, i);
         pushReserved(x);
     }
+    headerDirty_ = 1;
     root_ = 0;
     height_ = 0;
     nodeCount_ = 0;
@@ -354,23 +351,36 @@ KR_RET_STATUS KR_Btree::reserveNodes(unsigned int count) {
     KR_RET_STATUS st = checkChange();
     if (KRI_FAILED(st)) return st;
     if (count == 0) return KR_RET_TRUE;
-    st = growTable(count);
+    if (file_ == nullptr) st = growTable(count);
     if (KRI_FAILED(st)) return st;
-    unsigned int first = tableSize_;
+    BtreeNode** made = static_cast<BtreeNode**>(krInternal::allocBlock(count * sizeof(BtreeNode*)));
+    if (made == nullptr) return KRI_FAIL_MSG(KR_RET_ERR_MEM, "KR_Btree allocation", KR_msg(0, 1));
+    unsigned int madeCount = 0;
+    while (!KRI_FAILED(st) && madeCount < count) {
+        st = newNodeBlock(made[madeCount]);
+        if (!KRI_FAILED(st)) ++madeCount;
+    }
+    ++opStamp_;
+    if (KRI_FAILED(st)) {
+        for (unsigned int k = 0; k < madeCount; ++k)
+            krInternal::freeBlock(made[k]);
+        krInternal::freeBlock(made);
+        return st;
+    }
+    if (file_ != nullptr) st = appendNodes(made, count);
+    if (KRI_FAILED(st)) {
+        krInternal::freeBlock(made);
+        return st;
+    }
     for (unsigned int k = 0; k < count; ++k) {
-        BtreeNode* x = nullptr;
-        st = newNodeBlock(x);
-        if (KRI_FAILED(st)) {
-            while (tableSize_ > first)
-                krInternal::freeBlock(nodes_[--tableSize_]);
-            return st;
+        if (file_ == nullptr) {
+            made[k]->id = tableSize_;
+            nodes_[tableSize_++] = made[k];
         }
-        nodes_[tableSize_++] = x;
+        pushReserved(made[k]);
     }
-    for (unsigned int id = first; id < tableSize_; ++id) {
-        nodes_[id]->id = id;
-        pushReserved(nodes_[id]);
-    }
+    krInternal::freeBlock(made);
+    headerDirty_ = 1;
     return KR_RET_TRUE;
 }
 
@@ -379,10 +389,19 @@ KR_RET_STATUS KR_Btree::releaseReserved() {
     KR_RET_STATUS st = checkChange();
     if (KRI_FAILED(st)) return st;
     while (reservedHead_ != 0) {
-        BtreeNode* x = nodes_[reservedHead_];
-        nodes_[reservedHead_] = nullptr;
+        ++opStamp_;
+        BtreeNode* x;
+        st = fetch(reservedHead_, 0, x);
+        if (KRI_FAILED(st)) return st;
+        unsigned int id = reservedHead_;
+        if (file_ != nullptr) {
+            st = file_->recDelete(id);
+            if (KRI_FAILED(st)) return fileFailed(st, false);
+        }
         reservedHead_ = x->nextReserved;
-        krInternal::freeBlock(x);
+        --reservedCount_;
+        headerDirty_ = 1;
+        dropNode(id);
     }
     reservedCount_ = 0;
     while (tableSize_ > 1 && nodes_[tableSize_ - 1] == nullptr)
@@ -427,31 +446,92 @@ KR_RET_STATUS KR_Btree::initDataMembers() {
     probeLen_ = 0;
     probeCapacity_ = 0;
     curDepth_ = 0;
+    file_ = nullptr;
+    cacheLimit_ = 0;
+    cacheByteLimit_ = 0;
+    cacheCount_ = 0;
+    cacheBytes_ = 0;
+    clockHand_ = 1;
+    opStamp_ = 0;
+    cacheEpoch_ = 0;
+    headerDirty_ = 0;
+    nodeBytes_ = 0;
+    io_ = nullptr;
+    ioCapacity_ = 0;
+    touchedCount_ = 0;
+    removeLeafLevel_ = 0;
+    appended_ = nullptr;
+    appendedCount_ = 0;
+    appendedCapacity_ = 0;
     return KR_RET_TRUE;
 }
 
 KR_RET_STATUS KR_Btree::cleanupDataMembers() {
-    for (unsigned int id = 1; id < tableSize_ && nodes_ != nullptr; ++id) {
-        BtreeNode* x = nodes_[id];
-        if (x == nullptr) continue;
-        if (!x->reserved) {
-            for (unsigned int i = 0; i < x->n; ++i)
-                freeSlot(x, i);
-        }
-        krInternal::freeBlock(x);
-    }
+    dropCache();
     krInternal::freeBlock(nodes_);
     krInternal::freeBlock(probe_);
+    krInternal::freeBlock(io_);
+    krInternal::freeBlock(appended_);
+    if (file_ != nullptr) {
+        if (file_->isOpen()) file_->close();
+        delete file_;
+    }
     keyTypes_.delAll();
     nodes_ = nullptr;
     probe_ = nullptr;
+    io_ = nullptr;
+    appended_ = nullptr;
+    file_ = nullptr;
     return KR_RET_TRUE;
 }
 
 KR_RET_STATUS KR_Btree::checkChange() {
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    if (mode_ == 0) return KRI_FAIL(KR_RET_ERR_CALL);
+    if (mode_ == 0 || mode_ == 2) return KRI_FAIL(KR_RET_ERR_CALL);
     if (locked_) return KRI_FAIL_MSG(KR_RET_ERR_ILOCK, "KR_Btree: changed during a walk", "%s", "");
+    return KR_RET_TRUE;
+}
+
+KR_RET_STATUS KR_Btree::checkTypes(KR_Array<KR_VAR_TYPE>& keyTypes,
+                                   unsigned int order,
+                                   bool inFile) {
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    if (mode_ != 0) return KRI_FAIL(KR_RET_ERR_CALL);
+    if (!keyTypes.objIsEnabled()) return KRI_FAIL(KR_RET_ERR_OBJ);
+    unsigned int count = keyTypes.numElems();
+    if (order < kMinOrder || order > kMaxOrder || count == 0 || count > kMaxKeyElems) {
+        return KRI_FAIL_MSG(KR_RET_ERR_ARG, "KR_Btree: bad order or key types", "%u, %u", order,
+                            count);
+    }
+    for (unsigned int i = 0; i < count; ++i) {
+        KR_VAR_TYPE type = keyTypes[i];
+        if (type < KR_VAR_UCHAR || type > KR_VAR_PTR) {
+            return KRI_FAIL_MSG(KR_RET_ERR_ARG, "KR_Btree: bad order or key types", "%u, %u", order,
+                                count);
+        }
+        if (type == KR_VAR_PTR && inFile) return KRI_FAIL(KR_RET_ERR_NSUP);
+    }
+    return KR_RET_TRUE;
+}
+
+KR_RET_STATUS KR_Btree::adoptTypes(KR_Array<KR_VAR_TYPE>& keyTypes,
+                                   unsigned int order,
+                                   unsigned char unique) {
+    unsigned int count = keyTypes.numElems();
+    KR_setUserError(0);
+    keyTypes_ = keyTypes;
+    if (KR_getUserError() == KR_RET_ERR_MEM || keyTypes_.numElems() != count) {
+        keyTypes_.delAll();
+        return KR_RET_ERR_MEM;
+    }
+    types_ = &keyTypes_[0];
+    order_ = order;
+    unique_ = unique != 0 ? 1 : 0;
+    keyFixed_ = krInternal::btreeFixedKeySize(types_, count);
+    slotSize_ = keyFixed_ != 0 ? keyFixed_ : kSlotVar;
+    size_t childrenAt = roundUp8(sizeof(BtreeNode)) + static_cast<size_t>(order_) * 8;
+    nodeBytes_ = roundUp8(childrenAt + (static_cast<size_t>(order_) + 1) * 4) +
+                 static_cast<size_t>(order_) * slotSize_;
     return KR_RET_TRUE;
 }
 
@@ -514,15 +594,20 @@ unsigned int KR_Btree::lowerBound(const BtreeNode* x, unsigned long long ref, bo
     return lo;
 }
 
-bool KR_Btree::locate(unsigned long long ref,
-                      bool withRef,
-                      unsigned int* pathNodes,
-                      unsigned int* pathSlots,
-                      unsigned int& depth) const {
+KR_RET_STATUS KR_Btree::locate(unsigned long long ref,
+                               bool withRef,
+                               unsigned int* pathNodes,
+                               unsigned int* pathSlots,
+                               unsigned int& depth) {
     depth = 0;
     unsigned int best = 0;
-    for (unsigned int id = root_; id != 0 && depth < kMaxHeight;) {
-        const BtreeNode* x = node(id);
+    for (unsigned int id = root_, height = height_; id != 0; --height) {
+        BtreeNode* x;
+        KR_RET_STATUS st = fetch(id, height, x);
+        if (KRI_FAILED(st)) {
+            depth = 0;
+            return st;
+        }
         unsigned int i = lowerBound(x, ref, withRef);
         pathNodes[depth] = id;
         pathSlots[depth] = i;
@@ -536,97 +621,7 @@ bool KR_Btree::locate(unsigned long long ref,
         id = x->children[i];
     }
     depth = best;
-    return best != 0;
-}
-
-BtreeNode* KR_Btree::node(unsigned int id) const {
-    return nodes_[id];
-}
-
-KR_RET_STATUS KR_Btree::removeAt(unsigned int depth) {
-    unsigned int level = depth - 1;
-    BtreeNode* x = node(pathNodes_[level]);
-    unsigned int i = pathSlots_[level];
-    freeSlot(x, i);
-    if (x->height > 1) {
-        // The predecessor, the last entry of the rightmost leaf below child i, takes its place.
-        unsigned int id = x->children[i];
-        BtreeNode* leaf;
-        for (;;) {
-            leaf = node(id);
-            pathNodes_[++level] = id;
-            if (leaf->height == 1) break;
-            pathSlots_[level] = leaf->n;
-            id = leaf->children[leaf->n];
-        }
-        pathSlots_[level] = leaf->n - 1;
-        moveEntries(x, i, leaf, leaf->n - 1, 1, slotSize_);
-        --leaf->n;
-        x = leaf;
-    } else {
-        moveEntries(x, i, x, i + 1, x->n - i - 1, slotSize_);
-        --x->n;
-    }
-
-    // Rebalance upward: borrow from a sibling with keys to spare, else merge with one.
-    unsigned int minKeys = (order_ + 1) / 2 - 1;
-    while (level > 0 && x->n < minKeys) {
-        BtreeNode* p = node(pathNodes_[level - 1]);
-        unsigned int s = pathSlots_[level - 1];
-        bool internal = x->height > 1;
-        BtreeNode* left = s > 0 ? node(p->children[s - 1]) : nullptr;
-        BtreeNode* right = s < p->n ? node(p->children[s + 1]) : nullptr;
-        if (left != nullptr && left->n > minKeys) {
-            moveEntries(x, 1, x, 0, x->n, slotSize_);
-            moveEntries(x, 0, p, s - 1, 1, slotSize_);
-            moveEntries(p, s - 1, left, left->n - 1, 1, slotSize_);
-            if (internal) {
-                moveChildren(x, 1, x, 0, x->n + 1);
-                x->children[0] = left->children[left->n];
-            }
-            --left->n;
-            ++x->n;
-            break;
-        }
-        if (right != nullptr && right->n > minKeys) {
-            moveEntries(x, x->n, p, s, 1, slotSize_);
-            moveEntries(p, s, right, 0, 1, slotSize_);
-            if (internal) {
-                x->children[x->n + 1] = right->children[0];
-                moveChildren(right, 0, right, 1, right->n);
-            }
-            moveEntries(right, 0, right, 1, right->n - 1, slotSize_);
-            --right->n;
-            ++x->n;
-            break;
-        }
-        // Merge the right one of the pair into the left one, with the separator between them.
-        unsigned int sep = left != nullptr ? s - 1 : s;
-        BtreeNode* into = left != nullptr ? left : x;
-        BtreeNode* gone = left != nullptr ? x : right;
-        moveEntries(into, into->n, p, sep, 1, slotSize_);
-        moveEntries(into, into->n + 1, gone, 0, gone->n, slotSize_);
-        if (internal) moveChildren(into, into->n + 1, gone, 0, gone->n + 1);
-        into->n += 1 + gone->n;
-        moveEntries(p, sep, p, sep + 1, p->n - sep - 1, slotSize_);
-        moveChildren(p, sep + 1, p, sep + 2, p->n - sep - 1);
-        --p->n;
-        gone->n = 0;
-        pushReserved(gone);
-        --nodeCount_;
-        x = p;
-        --level;
-    }
-    BtreeNode* r = node(root_);
-    if (r->n == 0) {
-        root_ = r->height > 1 ? r->children[0] : 0;
-        height_ = root_ != 0 ? height_ - 1 : 0;
-        pushReserved(r);
-        --nodeCount_;
-    }
-    --entryCount_;
-    curDepth_ = 0;
-    return KR_RET_TRUE;
+    return best != 0 ? KR_RET_TRUE : KR_RET_FALSE;
 }
 
 void KR_Btree::freeSlot(BtreeNode* x, unsigned int i) {
@@ -642,6 +637,7 @@ void KR_Btree::freeSlot(BtreeNode* x, unsigned int i) {
 
 void KR_Btree::pushReserved(BtreeNode* x) {
     x->n = 0;
+    x->dirty = 1;
     x->reserved = 1;
     x->nextReserved = reservedHead_;
     reservedHead_ = x->id;

@@ -28,6 +28,10 @@ struct BtreeNode {
     unsigned int height;        // 1 for a leaf
     unsigned int nextReserved;  // next id of the reserved list while the node is on it
     unsigned char reserved;     // on the reserved list
+    unsigned char dirty;        // changed since it was last written (file trees)
+    unsigned char referenced;   // the cache's CLOCK bit
+    unsigned int stamp;         // the operation that last fetched it
+    unsigned int pins;          // walks that hold it
     unsigned long long* refs;
     unsigned int* children;
     unsigned char* slots;
@@ -61,6 +65,32 @@ inline const unsigned char* slotKey(const BtreeNode* x,
     return block;
 }
 
+// Entry moves inside and between nodes: a slot moves with the key block it may own.
+inline unsigned char* slotAt(BtreeNode* x, unsigned int i, unsigned int slotSize) {
+    return x->slots + static_cast<size_t>(i) * slotSize;
+}
+
+inline void moveEntries(BtreeNode* to,
+                        unsigned int toIndex,
+                        BtreeNode* from,
+                        unsigned int fromIndex,
+                        unsigned int count,
+                        unsigned int slotSize) {
+    if (count == 0) return;
+    memmove(slotAt(to, toIndex, slotSize), slotAt(from, fromIndex, slotSize),
+            static_cast<size_t>(count) * slotSize);
+    memmove(to->refs + toIndex, from->refs + fromIndex, count * sizeof(unsigned long long));
+}
+
+inline void moveChildren(BtreeNode* to,
+                         unsigned int toIndex,
+                         BtreeNode* from,
+                         unsigned int fromIndex,
+                         unsigned int count) {
+    if (count == 0) return;
+    memmove(to->children + toIndex, from->children + fromIndex, count * sizeof(unsigned int));
+}
+
 // The schema's key length when it holds no text, else 0.
 unsigned int btreeFixedKeySize(const KR_VAR_TYPE* types, unsigned int count);
 // Encodes key (already checked to have count elements) into out, which may be null to learn the
@@ -78,6 +108,14 @@ KR_RET_STATUS btreeDecodeKey(const unsigned char* bytes,
                              const KR_VAR_TYPE* types,
                              unsigned int count,
                              KR_VarArr& key);
+
+// True when bytes hold one well-formed key of the schema in exactly len bytes (file trees,
+// before a stored key is trusted): text terminated in place, long values that fit this
+// platform's long.
+bool btreeKeyBytesValid(const unsigned char* bytes,
+                        unsigned int len,
+                        const KR_VAR_TYPE* types,
+                        unsigned int count);
 
 }  // namespace krInternal
 

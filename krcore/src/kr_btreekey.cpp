@@ -300,6 +300,43 @@ KR_RET_STATUS btreeEncodeKey(KR_VarArr& key,
     return KR_RET_TRUE;
 }
 
+bool btreeKeyBytesValid(const unsigned char* bytes,
+                        unsigned int len,
+                        const KR_VAR_TYPE* types,
+                        unsigned int count) {
+    unsigned int at = 0;
+    for (unsigned int i = 0; i < count; ++i) {
+        if (types[i] == KR_VAR_STRING) {
+            const void* end = memchr(bytes + at, 0, len - at);
+            if (end == nullptr) return false;
+            at = static_cast<unsigned int>(static_cast<const unsigned char*>(end) - bytes) + 1;
+            continue;
+        }
+        if (types[i] == KR_VAR_STRINGW) {
+            for (;;) {
+                if (len - at < 2) return false;
+                at += 2;
+                if (bytes[at - 2] == 0 && bytes[at - 1] == 0) break;
+            }
+            continue;
+        }
+        unsigned int width = intWidth(types[i]);
+        if (len - at < width) return false;
+        if (sizeof(long) < 8 && (types[i] == KR_VAR_ULONG || types[i] == KR_VAR_LONG)) {
+            // The high half must be the sign (or zero) extension of the low half.
+            unsigned long long bits = getBig(bytes + at, 8);
+            if (types[i] == KR_VAR_LONG) bits ^= 1ull << 63;
+            long long wide = static_cast<long long>(bits);
+            bool fits = types[i] == KR_VAR_ULONG
+                                ? (bits >> 32) == 0
+                                : wide >= -2147483647ll - 1 && wide <= 2147483647ll;
+            if (!fits) return false;
+        }
+        at += width;
+    }
+    return at == len;
+}
+
 KR_RET_STATUS btreeDecodeKey(const unsigned char* bytes,
                              unsigned int len,
                              const KR_VAR_TYPE* types,

@@ -44,14 +44,16 @@ KR_RET_STATUS KR_Btree::setCurFirst() {
     KR_setUserError(0);
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
     if (mode_ == 0) return KRI_FAIL(KR_RET_ERR_CALL);
-    return edge(false, curNodes_, curSlots_, curDepth_) ? KR_RET_TRUE : KR_RET_FALSE;
+    ++opStamp_;
+    return edge(false, curNodes_, curSlots_, curDepth_);
 }
 
 KR_RET_STATUS KR_Btree::setCurLast() {
     KR_setUserError(0);
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
     if (mode_ == 0) return KRI_FAIL(KR_RET_ERR_CALL);
-    return edge(true, curNodes_, curSlots_, curDepth_) ? KR_RET_TRUE : KR_RET_FALSE;
+    ++opStamp_;
+    return edge(true, curNodes_, curSlots_, curDepth_);
 }
 
 KR_RET_STATUS KR_Btree::setCurNext() {
@@ -59,7 +61,8 @@ KR_RET_STATUS KR_Btree::setCurNext() {
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
     if (mode_ == 0) return KRI_FAIL(KR_RET_ERR_CALL);
     if (curDepth_ == 0) return KR_RET_FALSE;
-    return stepNext(curNodes_, curSlots_, curDepth_) ? KR_RET_TRUE : KR_RET_FALSE;
+    ++opStamp_;
+    return stepNext(curNodes_, curSlots_, curDepth_);
 }
 
 KR_RET_STATUS KR_Btree::setCurPrev() {
@@ -67,7 +70,8 @@ KR_RET_STATUS KR_Btree::setCurPrev() {
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
     if (mode_ == 0) return KRI_FAIL(KR_RET_ERR_CALL);
     if (curDepth_ == 0) return KR_RET_FALSE;
-    return stepPrev(curNodes_, curSlots_, curDepth_) ? KR_RET_TRUE : KR_RET_FALSE;
+    ++opStamp_;
+    return stepPrev(curNodes_, curSlots_, curDepth_);
 }
 
 KR_RET_STATUS KR_Btree::seek(KR_VarArr& key) {
@@ -76,7 +80,9 @@ KR_RET_STATUS KR_Btree::seek(KR_VarArr& key) {
     if (mode_ == 0) return KRI_FAIL(KR_RET_ERR_CALL);
     KR_RET_STATUS st = encodeProbe(key);
     if (KRI_FAILED(st)) return st;
-    if (!locate(0, unique_ == 0, curNodes_, curSlots_, curDepth_)) return KR_RET_FALSE;
+    ++opStamp_;
+    st = locate(0, unique_ == 0, curNodes_, curSlots_, curDepth_);
+    if (st != KR_RET_TRUE) return st;
     const BtreeNode* x = node(curNodes_[curDepth_ - 1]);
     return compareAt(x, curSlots_[curDepth_ - 1], 0, false) == 0 ? KR_RET_TRUE : KR_RET_FALSE;
 }
@@ -90,9 +96,12 @@ KR_RET_STATUS KR_Btree::getCur(KR_VarArr& key, unsigned long long& ref) {
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
     if (mode_ == 0) return KRI_FAIL(KR_RET_ERR_CALL);
     if (curDepth_ == 0) return KR_RET_FALSE;
-    const BtreeNode* x = node(curNodes_[curDepth_ - 1]);
+    ++opStamp_;
+    BtreeNode* x;
+    KR_RET_STATUS st = fetch(curNodes_[curDepth_ - 1], 0, x);
+    if (KRI_FAILED(st)) return st;
     unsigned int i = curSlots_[curDepth_ - 1];
-    KR_RET_STATUS st = decodeAt(x, i, key);
+    st = decodeAt(x, i, key);
     if (KRI_FAILED(st)) return st;
     ref = x->refs[i];
     return KR_RET_TRUE;
@@ -110,18 +119,25 @@ KR_RET_STATUS KR_Btree::traverse(KR_BTREE_ENTRY_FN fn, void* user) {
     unsigned int nodes[kMaxHeight];
     unsigned int slots[kMaxHeight];
     unsigned int depth;
-    bool more = edge(false, nodes, slots, depth);
-    while (more) {
-        const BtreeNode* x = node(nodes[depth - 1]);
+    ++opStamp_;
+    KR_RET_STATUS more = edge(false, nodes, slots, depth);
+    unsigned int epoch = cacheEpoch_;
+    while (more == KR_RET_TRUE) {
+        BtreeNode* x = node(nodes[depth - 1]);
         unsigned int i = slots[depth - 1];
         KR_RET_STATUS st = decodeAt(x, i, walkKey_);
         if (KRI_FAILED(st)) return st;
+        // Held while the callback runs: its own lookups may not evict it.
+        ++x->pins;
         st = fn(user, walkKey_, x->refs[i]);
+        if (epoch != cacheEpoch_) return KRI_FAIL(KR_RET_ERR_FILE);
+        --x->pins;
         if (st == KR_RET_FALSE) break;
         if (KRI_FAILED(st)) return st;
+        ++opStamp_;
         more = stepNext(nodes, slots, depth);
     }
-    return KR_RET_TRUE;
+    return KRI_FAILED(more) ? more : KR_RET_TRUE;
 }
 
 KR_RET_STATUS KR_Btree::traverseBreadthFirst(KR_BTREE_NODE_FN fn, void* user) {
@@ -141,14 +157,24 @@ KR_RET_STATUS KR_Btree::traverseBreadthFirst(KR_BTREE_NODE_FN fn, void* user) {
     while (!KRI_FAILED(st) && !queue.isEmpty()) {
         // Copied out: the next put may reuse the slot.
         KR_BtreeLink link = queue.get();
-        if (visited[link.node]) {
+        if (link.node >= tableSize_ || visited[link.node]) {
             st = KRI_FAIL_MSG(KR_RET_ERR_FILE, "KR_Btree: corrupt node", "node %u: %s", link.node,
                               "node reached twice");
             break;
         }
         visited[link.node] = 1;
-        const BtreeNode* x = node(link.node);
+        ++opStamp_;
+        BtreeNode* x;
+        st = fetch(link.node, height_ - link.level, x);
+        if (KRI_FAILED(st)) break;
+        unsigned int epoch = cacheEpoch_;
+        ++x->pins;
         st = fn(user, link, x->n, x->height);
+        if (epoch != cacheEpoch_) {
+            st = KRI_FAIL(KR_RET_ERR_FILE);
+            break;
+        }
+        --x->pins;
         if (st == KR_RET_FALSE || KRI_FAILED(st)) break;
         for (unsigned int i = 0; x->height > 1 && i <= x->n && !KRI_FAILED(st); ++i) {
             st = queue.put(KR_BtreeLink(x->children[i], link.node, i, link.level + 1));
@@ -163,34 +189,44 @@ KR_RET_STATUS KR_Btree::checkConsistency(unsigned int& problems) {
     problems = 0;
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
     if (mode_ == 0) return KRI_FAIL(KR_RET_ERR_CALL);
+    if (file_ != nullptr) {
+        KR_RET_STATUS st = file_->recCheck(problems);
+        if (KRI_FAILED(st)) return st;
+    }
     // 0 not seen, 1 reachable, 2 reserved.
     unsigned char* visited = static_cast<unsigned char*>(krInternal::allocZeroed(tableSize_, 1));
     if (visited == nullptr)
         return KRI_FAIL_MSG(KR_RET_ERR_MEM, "KR_Btree allocation", KR_msg(0, 1));
     KR_RET_STATUS st = checkNodes(visited, problems);
-    if (KRI_FAILED(st)) {
-        krInternal::freeBlock(visited);
-        return st;
-    }
 
     // The reserved list: reserved nodes only, ending within its count.
     unsigned int steps = 0;
     unsigned int id = reservedHead_;
-    while (id != 0 && steps <= reservedCount_) {
-        if (id >= tableSize_ || nodes_[id] == nullptr || !nodes_[id]->reserved) break;
+    while (!KRI_FAILED(st) && id != 0 && steps <= reservedCount_) {
+        BtreeNode* x = nullptr;
+        ++opStamp_;
+        if (id >= tableSize_ || visited[id] == 2 ||
+            (nodes_[id] == nullptr && (file_ == nullptr || file_->recHas(id) != KR_RET_TRUE))) {
+            break;
+        }
+        KR_RET_STATUS got = fetch(id, 0, x);
+        if (got == KR_RET_ERR_MEM) st = got;
+        if (KRI_FAILED(got) || !x->reserved) break;
         if (visited[id] == 1) problem(problems, id, "reserved node is reachable");
         visited[id] = 2;
         ++steps;
-        id = nodes_[id]->nextReserved;
+        id = x->nextReserved;
     }
-    if (id != 0 || steps != reservedCount_)
+    if (!KRI_FAILED(st) && (id != 0 || steps != reservedCount_)) {
         problem(problems, reservedHead_, "reserved list broken");
-    for (id = 1; id < tableSize_; ++id) {
-        if (nodes_[id] != nullptr && visited[id] == 0) {
+    }
+    for (id = 1; !KRI_FAILED(st) && id < tableSize_; ++id) {
+        bool stored = file_ != nullptr ? file_->recHas(id) == KR_RET_TRUE : nodes_[id] != nullptr;
+        if (stored && visited[id] == 0)
             problem(problems, id, "node neither reachable nor reserved");
-        }
     }
     krInternal::freeBlock(visited);
+    if (KRI_FAILED(st)) return st;
     return problems == 0 ? KR_RET_TRUE : KR_RET_FALSE;
 }
 
@@ -198,9 +234,14 @@ KR_RET_STATUS KR_Btree::getNodeInfo(unsigned int id, unsigned int& numKeys, unsi
     KR_setUserError(0);
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
     if (mode_ == 0) return KRI_FAIL(KR_RET_ERR_CALL);
-    if (id == 0 || id >= tableSize_ || nodes_[id] == nullptr || nodes_[id]->reserved) {
-        return KRI_FAIL_MSG(KR_RET_ERR_ARG, "KR_Btree: no such node", "node %u", id);
-    }
+    bool stored = id != 0 && id < tableSize_ &&
+                  (nodes_[id] != nullptr || (file_ != nullptr && file_->recHas(id) == KR_RET_TRUE));
+    if (!stored) return KRI_FAIL_MSG(KR_RET_ERR_ARG, "KR_Btree: no such node", "node %u", id);
+    ++opStamp_;
+    BtreeNode* x;
+    KR_RET_STATUS st = fetch(id, 0, x);
+    if (KRI_FAILED(st)) return st;
+    if (x->reserved) return KRI_FAIL_MSG(KR_RET_ERR_ARG, "KR_Btree: no such node", "node %u", id);
     numKeys = nodes_[id]->n;
     height = nodes_[id]->height;
     return KR_RET_TRUE;
@@ -244,55 +285,65 @@ KR_RET_STATUS KR_Btree::decodeAt(const BtreeNode* x, unsigned int i, KR_VarArr& 
     return KR_RET_TRUE;
 }
 
-bool KR_Btree::stepNext(unsigned int* pathNodes,
-                        unsigned int* pathSlots,
-                        unsigned int& depth) const {
+KR_RET_STATUS KR_Btree::stepNext(unsigned int* pathNodes,
+                                 unsigned int* pathSlots,
+                                 unsigned int& depth) {
     unsigned int d = depth - 1;
-    const BtreeNode* x = node(pathNodes[d]);
+    BtreeNode* x;
+    KR_RET_STATUS st = fetch(pathNodes[d], 0, x);
+    if (KRI_FAILED(st)) return st;
     unsigned int i = pathSlots[d];
     if (x->height > 1) {
         // The first entry of the leftmost leaf below child i + 1.
         pathSlots[d] = i + 1;
         unsigned int id = x->children[i + 1];
-        while (d + 1 < kMaxHeight) {
-            const BtreeNode* y = node(id);
+        for (unsigned int height = x->height - 1; d + 1 < kMaxHeight; --height) {
+            BtreeNode* y;
+            st = fetch(id, height, y);
+            if (KRI_FAILED(st)) return st;
             pathNodes[++d] = id;
             pathSlots[d] = 0;
-            if (y->height <= 1) break;
+            if (height == 1) break;
             id = y->children[0];
         }
         depth = d + 1;
-        return true;
+        return KR_RET_TRUE;
     }
     if (i + 1 < x->n) {
         pathSlots[d] = i + 1;
-        return true;
+        return KR_RET_TRUE;
     }
     // Climb to the first ancestor entered from a child left of its end.
     while (d > 0) {
         --d;
-        if (pathSlots[d] < node(pathNodes[d])->n) {
+        st = fetch(pathNodes[d], 0, x);
+        if (KRI_FAILED(st)) return st;
+        if (pathSlots[d] < x->n) {
             depth = d + 1;
-            return true;
+            return KR_RET_TRUE;
         }
     }
     depth = 0;
-    return false;
+    return KR_RET_FALSE;
 }
 
-bool KR_Btree::stepPrev(unsigned int* pathNodes,
-                        unsigned int* pathSlots,
-                        unsigned int& depth) const {
+KR_RET_STATUS KR_Btree::stepPrev(unsigned int* pathNodes,
+                                 unsigned int* pathSlots,
+                                 unsigned int& depth) {
     unsigned int d = depth - 1;
-    const BtreeNode* x = node(pathNodes[d]);
+    BtreeNode* x;
+    KR_RET_STATUS st = fetch(pathNodes[d], 0, x);
+    if (KRI_FAILED(st)) return st;
     unsigned int i = pathSlots[d];
     if (x->height > 1) {
         // The last entry of the rightmost leaf below child i.
         unsigned int id = x->children[i];
-        while (d + 1 < kMaxHeight) {
-            const BtreeNode* y = node(id);
+        for (unsigned int height = x->height - 1; d + 1 < kMaxHeight; --height) {
+            BtreeNode* y;
+            st = fetch(id, height, y);
+            if (KRI_FAILED(st)) return st;
             pathNodes[++d] = id;
-            if (y->height <= 1) {
+            if (height == 1) {
                 pathSlots[d] = y->n - 1;
                 break;
             }
@@ -300,41 +351,44 @@ bool KR_Btree::stepPrev(unsigned int* pathNodes,
             id = y->children[y->n];
         }
         depth = d + 1;
-        return true;
+        return KR_RET_TRUE;
     }
     if (i > 0) {
         pathSlots[d] = i - 1;
-        return true;
+        return KR_RET_TRUE;
     }
     while (d > 0) {
         --d;
         if (pathSlots[d] > 0) {
             --pathSlots[d];
             depth = d + 1;
-            return true;
+            return KR_RET_TRUE;
         }
     }
     depth = 0;
-    return false;
+    return KR_RET_FALSE;
 }
 
-bool KR_Btree::edge(bool last,
-                    unsigned int* pathNodes,
-                    unsigned int* pathSlots,
-                    unsigned int& depth) const {
+KR_RET_STATUS KR_Btree::edge(bool last,
+                             unsigned int* pathNodes,
+                             unsigned int* pathSlots,
+                             unsigned int& depth) {
     depth = 0;
-    for (unsigned int id = root_; id != 0 && depth < kMaxHeight;) {
-        const BtreeNode* x = node(id);
+    for (unsigned int id = root_, height = height_; id != 0; --height) {
+        BtreeNode* x;
+        KR_RET_STATUS st = fetch(id, height, x);
+        if (KRI_FAILED(st)) return st;
         pathNodes[depth] = id;
-        if (x->height <= 1) {
+        if (x->n == 0) break;
+        if (height == 1) {
             pathSlots[depth++] = last ? x->n - 1 : 0;
-            return true;
+            return KR_RET_TRUE;
         }
         pathSlots[depth++] = last ? x->n : 0;
         id = x->children[pathSlots[depth - 1]];
     }
     depth = 0;
-    return false;
+    return KR_RET_FALSE;
 }
 
 int KR_Btree::compareEntries(const BtreeNode* x,
@@ -362,7 +416,7 @@ KR_RET_STATUS KR_Btree::checkNodes(unsigned char* visited, unsigned int& problem
         while (!KRI_FAILED(st) && !queue.isEmpty()) {
             KR_BtreeLink link = queue.get();
             unsigned int id = link.node;
-            if (id == 0 || id >= tableSize_ || nodes_[id] == nullptr || nodes_[id]->reserved) {
+            if (id == 0 || id >= tableSize_) {
                 problem(problems, link.parent, "bad child id");
                 continue;
             }
@@ -372,7 +426,20 @@ KR_RET_STATUS KR_Btree::checkNodes(unsigned char* visited, unsigned int& problem
             }
             visited[id] = 1;
             ++reached;
-            const BtreeNode* x = nodes_[id];
+            // The parent and this node stay in memory for the comparisons below.
+            ++opStamp_;
+            BtreeNode* p = nullptr;
+            if (link.level > 0) {
+                st = fetch(link.parent, 0, p);
+                if (KRI_FAILED(st)) return st;
+            }
+            BtreeNode* x;
+            KR_RET_STATUS got = fetch(id, 0, x);
+            if (got == KR_RET_ERR_MEM) return got;
+            if (KRI_FAILED(got) || x->reserved) {
+                problem(problems, id, KRI_FAILED(got) ? "corrupt node record" : "bad child id");
+                continue;
+            }
             if (x->height != height_ - link.level) {
                 problem(problems, id, "wrong height");
                 continue;
@@ -385,8 +452,7 @@ KR_RET_STATUS KR_Btree::checkNodes(unsigned char* visited, unsigned int& problem
             for (unsigned int i = 1; i < x->n; ++i) {
                 if (compareEntries(x, i - 1, x, i) >= 0) problem(problems, id, "keys out of order");
             }
-            if (link.level > 0 && x->n > 0) {
-                const BtreeNode* p = nodes_[link.parent];
+            if (p != nullptr && x->n > 0) {
                 unsigned int s = link.slot;
                 if ((s > 0 && compareEntries(p, s - 1, x, 0) >= 0) ||
                     (s < p->n && compareEntries(x, x->n - 1, p, s) >= 0)) {
@@ -402,25 +468,30 @@ KR_RET_STATUS KR_Btree::checkNodes(unsigned char* visited, unsigned int& problem
     if (reached != nodeCount_) problem(problems, root_, "node count wrong");
     if (problems != 0) return KR_RET_TRUE;
 
-    // In order, across node boundaries, bounded by the entry count.
+    // In order, across node boundaries, bounded by the entry count. Each step keeps the
+    // previous entry's node in memory with its stamp.
     unsigned int nodes[kMaxHeight];
     unsigned int slots[kMaxHeight];
     unsigned int depth;
     unsigned long long counted = 0;
-    const BtreeNode* prev = nullptr;
+    unsigned int prevId = 0;
     unsigned int prevIndex = 0;
-    bool more = edge(false, nodes, slots, depth);
-    while (more && counted <= entryCount_) {
+    ++opStamp_;
+    KR_RET_STATUS more = edge(false, nodes, slots, depth);
+    while (more == KR_RET_TRUE && counted <= entryCount_) {
         const BtreeNode* x = node(nodes[depth - 1]);
         unsigned int i = slots[depth - 1];
-        if (prev != nullptr && compareEntries(prev, prevIndex, x, i) >= 0) {
+        if (prevId != 0 && compareEntries(node(prevId), prevIndex, x, i) >= 0) {
             problem(problems, x->id, "keys out of order");
         }
-        prev = x;
+        prevId = x->id;
         prevIndex = i;
         ++counted;
+        ++opStamp_;
+        node(prevId)->stamp = opStamp_;
         more = stepNext(nodes, slots, depth);
     }
+    if (more == KR_RET_ERR_MEM) return more;
     if (counted != entryCount_) problem(problems, root_, "entry count wrong");
     return KR_RET_TRUE;
 }
