@@ -491,8 +491,10 @@ TEST(BtreeFile, GoldenBytesAreTheSameEverywhere) {
         KR_Btree t;
         KR_Array<KR_VAR_TYPE> types = schema({KR_VAR_STRINGW, KR_VAR_LONG});
         ASSERT_KR_OK(t.createFile(path.c_str(), types, 3, 1));
+        // U+10400 then "A": a surrogate pair with 16-bit wchar_t, one unit with 32-bit.
         const wchar_t deseret[] = {sizeof(wchar_t) == 2 ? 0xD801 : 0x10400,
-                                   sizeof(wchar_t) == 2 ? 0xDC00 : 0x41, 0x41, 0};
+                                   sizeof(wchar_t) == 2 ? 0xDC00 : 0x41,
+                                   sizeof(wchar_t) == 2 ? 0x41 : 0, 0};
         const wchar_t* texts[] = {L"a", L"\xE000z", deseret, L"", L"zz", L"b", L"\xFFFD"};
         for (int i = 0; i < 7; ++i) {
             KR_VarArr key(2, KR_VAR_WILD, static_cast<unsigned char>(0));
