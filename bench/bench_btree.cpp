@@ -1,0 +1,356 @@
+// bench_btree.cpp — the B-tree in memory beside std::map ordered by the same comparator
+// (KR_BtreeKeyLess), 10^6 keys of one UINT and of one 16-character STRING, order 64: random
+// find and insert. The file tree on key-value workloads (16-byte keys, 100-byte values in a
+// record file of their own, a commit every 1,000 writes) beside SQLite (WITHOUT ROWID, 4 MiB
+// cache, WAL, synchronous OFF), built with it only where it is found.
+#include <stdio.h>
+#include <string.h>
+
+#include <algorithm>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#if defined(KR_BENCH_SQLITE)
+#include <sqlite3.h>
+#endif
+
+#include "benchmark/benchmark.h"
+
+#include "krcore.h"
+
+namespace {
+
+const unsigned int kCount = 1000000;
+const unsigned int kFileCount = 200000;
+const unsigned int kValueSize = 100;
+const unsigned int kCommitEvery = 1000;
+
+KR_VarArr keyOf(unsigned int value, bool text) {
+    KR_VarArr key(1, KR_VAR_WILD, static_cast<unsigned char>(0));
+    if (text) {
+        char buffer[17];
+        snprintf(buffer, sizeof buffer, "%016u", value);
+        key[0] = static_cast<const char*>(buffer);
+    } else {
+        key[0] = value;
+    }
+    return key;
+}
+
+// The keys of one run: kCount distinct values in random order, fixed seed.
+std::vector<unsigned int> shuffled(unsigned int count, unsigned int seed) {
+    std::vector<unsigned int> values(count);
+    for (unsigned int i = 0; i < count; ++i)
+        values[i] = i * 2654435761u;
+    std::shuffle(values.begin(), values.end(), std::mt19937(seed));
+    return values;
+}
+
+struct KrTree {
+    KR_Btree tree;
+
+    explicit KrTree(bool text) {
+        KR_Array<KR_VAR_TYPE> types(0, 1);
+        types.appendElem(text ? KR_VAR_STRING : KR_VAR_UINT);
+        tree.create(types, 64, 1);
+    }
+
+    void insert(KR_VarArr& key, unsigned long long ref) { tree.insert(key, ref); }
+
+    bool find(KR_VarArr& key, unsigned long long& ref) {
+        return tree.find(key, ref) == KR_RET_TRUE;
+    }
+};
+
+struct StdMap {
+    std::map<KR_VarArr, unsigned long long, KR_BtreeKeyLess> map;
+
+    explicit StdMap(bool) {}
+
+    void insert(KR_VarArr& key, unsigned long long ref) { map.emplace(key, ref); }
+
+    bool find(KR_VarArr& key, unsigned long long& ref) {
+        auto at = map.find(key);
+        if (at == map.end()) return false;
+        ref = at->second;
+        return true;
+    }
+};
+
+struct Keys {
+    std::vector<KR_VarArr> keys;
+
+    explicit Keys(bool text) {
+        KR_init();
+        for (unsigned int v : shuffled(kCount, 7))
+            keys.push_back(keyOf(v, text));
+    }
+
+    static Keys& get(bool text) {
+        static Keys numbers(false), texts(true);
+        return text ? texts : numbers;
+    }
+};
+
+template <class Index>
+void BM_Insert(benchmark::State& state) {
+    bool text = state.range(0) != 0;
+    Keys& keys = Keys::get(text);
+    for (auto _ : state) {
+        Index index(text);
+        for (unsigned int i = 0; i < kCount; ++i)
+            index.insert(keys.keys[i], i);
+        benchmark::DoNotOptimize(index);
+    }
+    state.SetItemsProcessed(state.iterations() * kCount);
+}
+
+template <class Index>
+void BM_Find(benchmark::State& state) {
+    bool text = state.range(0) != 0;
+    Keys& keys = Keys::get(text);
+    static Index* built[2] = {nullptr, nullptr};
+    if (built[text] == nullptr) {
+        built[text] = new Index(text);
+        for (unsigned int i = 0; i < kCount; ++i)
+            built[text]->insert(keys.keys[i], i);
+    }
+    std::vector<unsigned int> order = shuffled(kCount, 9);
+    unsigned long long found = 0;
+    for (auto _ : state) {
+        for (unsigned int i = 0; i < kCount; ++i) {
+            unsigned long long ref = 0;
+            if (built[text]->find(keys.keys[order[i] % kCount], ref)) found += ref;
+        }
+    }
+    benchmark::DoNotOptimize(found);
+    state.SetItemsProcessed(state.iterations() * kCount);
+}
+
+BENCHMARK_TEMPLATE(BM_Insert, KrTree)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK_TEMPLATE(BM_Insert, StdMap)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK_TEMPLATE(BM_Find, KrTree)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Iterations(2);
+BENCHMARK_TEMPLATE(BM_Find, StdMap)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Iterations(2);
+
+// --- file trees ---
+
+std::string tmpPath(const char* name) {
+    return std::string("/dev/shm/krbench-") + name;
+}
+
+// fillrandom, then readrandom and readseq on the same store; the cache in nodes (0: all) or
+// 4 MiB of node blocks.
+struct KrFileStore {
+    KR_Btree tree;
+    KR_FileBinaryRec values;
+    unsigned long long cacheBytes;
+
+    explicit KrFileStore(unsigned long long bytes) : cacheBytes(bytes) {
+        remove(tmpPath("t.kbt").c_str());
+        remove(tmpPath("v.rec").c_str());
+        KR_Array<KR_VAR_TYPE> types(0, 1);
+        types.appendElem(KR_VAR_STRING);
+        tree.createFile(tmpPath("t.kbt").c_str(), types, 64, 1);
+        tree.setCacheSize(0, cacheBytes);
+        values.create(tmpPath("v.rec").c_str(), 0, 0, 0);
+    }
+
+    void put(KR_VarArr& key, const char* value) {
+        unsigned int at = 0;
+        values.recAppend(value, kValueSize, at);
+        tree.insert(key, at);
+    }
+
+    void commit() {
+        values.recFlush(0);
+        tree.flush(0);
+    }
+
+    bool get(KR_VarArr& key, KR_Memory& value) {
+        unsigned long long ref = 0;
+        return tree.find(key, ref) == KR_RET_TRUE && values.recRead(ref, value) == KR_RET_TRUE;
+    }
+
+    unsigned long long scan() {
+        unsigned long long n = 0;
+        KR_VarArr key = keyOf(0, true);
+        unsigned long long ref;
+        KR_Memory value;
+        for (KR_RET_STATUS st = tree.setCurFirst(); st == KR_RET_TRUE; st = tree.setCurNext()) {
+            tree.getCur(key, ref);
+            values.recRead(ref, value);
+            ++n;
+        }
+        return n;
+    }
+
+    long long size() {
+        FILE* a = fopen(tmpPath("t.kbt").c_str(), "rb");
+        FILE* b = fopen(tmpPath("v.rec").c_str(), "rb");
+        fseek(a, 0, SEEK_END);
+        fseek(b, 0, SEEK_END);
+        long long total = ftell(a) + ftell(b);
+        fclose(a);
+        fclose(b);
+        return total;
+    }
+};
+
+#if defined(KR_BENCH_SQLITE)
+struct SqliteStore {
+    sqlite3* db = nullptr;
+    sqlite3_stmt* insert = nullptr;
+    sqlite3_stmt* select = nullptr;
+
+    explicit SqliteStore(unsigned long long) {
+        std::string path = tmpPath("s.db");
+        remove(path.c_str());
+        remove((path + "-wal").c_str());
+        remove((path + "-shm").c_str());
+        sqlite3_open(path.c_str(), &db);
+        sqlite3_exec(db,
+                     "PRAGMA page_size=4096; PRAGMA cache_size=-4096; PRAGMA journal_mode=WAL; "
+                     "PRAGMA synchronous=OFF; CREATE TABLE t(k BLOB PRIMARY KEY, v BLOB) "
+                     "WITHOUT ROWID; BEGIN",
+                     nullptr, nullptr, nullptr);
+        sqlite3_prepare_v2(db, "INSERT OR REPLACE INTO t VALUES(?, ?)", -1, &insert, nullptr);
+        sqlite3_prepare_v2(db, "SELECT v FROM t WHERE k = ?", -1, &select, nullptr);
+    }
+
+    ~SqliteStore() {
+        sqlite3_finalize(insert);
+        sqlite3_finalize(select);
+        sqlite3_close(db);
+    }
+
+    void put(KR_VarArr& key, const char* value) {
+        const char* text = key[0];
+        sqlite3_bind_blob(insert, 1, text, 16, SQLITE_STATIC);
+        sqlite3_bind_blob(insert, 2, value, kValueSize, SQLITE_STATIC);
+        sqlite3_step(insert);
+        sqlite3_reset(insert);
+    }
+
+    void commit() { sqlite3_exec(db, "COMMIT; BEGIN", nullptr, nullptr, nullptr); }
+
+    bool get(KR_VarArr& key, KR_Memory&) {
+        const char* text = key[0];
+        sqlite3_bind_blob(select, 1, text, 16, SQLITE_STATIC);
+        bool found = sqlite3_step(select) == SQLITE_ROW && sqlite3_column_bytes(select, 0) > 0;
+        sqlite3_reset(select);
+        return found;
+    }
+
+    unsigned long long scan() {
+        sqlite3_stmt* all = nullptr;
+        sqlite3_prepare_v2(db, "SELECT k, v FROM t ORDER BY k", -1, &all, nullptr);
+        unsigned long long n = 0;
+        while (sqlite3_step(all) == SQLITE_ROW)
+            n += sqlite3_column_bytes(all, 1) > 0;
+        sqlite3_finalize(all);
+        return n;
+    }
+
+    long long size() {
+        sqlite3_exec(db, "COMMIT; PRAGMA wal_checkpoint(TRUNCATE); BEGIN", nullptr, nullptr,
+                     nullptr);
+        FILE* f = fopen(tmpPath("s.db").c_str(), "rb");
+        fseek(f, 0, SEEK_END);
+        long long total = ftell(f);
+        fclose(f);
+        return total;
+    }
+};
+#endif
+
+// One benchmark per phase of one store: fillrandom builds it, the others read it.
+template <class Store>
+Store& store(unsigned long long cacheBytes) {
+    static Store* built[2] = {nullptr, nullptr};
+    Store*& s = built[cacheBytes != 0];
+    if (s == nullptr) s = new Store(cacheBytes);
+    return *s;
+}
+
+template <class Store>
+void BM_FillRandom(benchmark::State& state) {
+    Keys& keys = Keys::get(true);
+    char value[kValueSize];
+    memset(value, 'v', sizeof value);
+    for (auto _ : state) {
+        Store& s = store<Store>(static_cast<unsigned long long>(state.range(0)));
+        for (unsigned int i = 0; i < kFileCount; ++i) {
+            s.put(keys.keys[i], value);
+            if ((i + 1) % kCommitEvery == 0) s.commit();
+        }
+        s.commit();
+        state.counters["bytes"] = static_cast<double>(s.size());
+    }
+    state.SetItemsProcessed(state.iterations() * kFileCount);
+}
+
+template <class Store>
+void BM_ReadRandom(benchmark::State& state) {
+    Keys& keys = Keys::get(true);
+    Store& s = store<Store>(static_cast<unsigned long long>(state.range(0)));
+    std::vector<unsigned int> order = shuffled(kFileCount, 3);
+    KR_Memory value;
+    unsigned long long found = 0;
+    for (auto _ : state) {
+        for (unsigned int i = 0; i < kFileCount; ++i) {
+            found += s.get(keys.keys[order[i] % kFileCount], value);
+        }
+    }
+    if (found != static_cast<unsigned long long>(state.iterations()) * kFileCount)
+        state.SkipWithError("a key was not found");
+    state.SetItemsProcessed(state.iterations() * kFileCount);
+}
+
+template <class Store>
+void BM_ReadSeq(benchmark::State& state) {
+    Store& s = store<Store>(static_cast<unsigned long long>(state.range(0)));
+    unsigned long long n = 0;
+    for (auto _ : state)
+        n += s.scan();
+    if (n != static_cast<unsigned long long>(state.iterations()) * kFileCount)
+        state.SkipWithError("the scan missed entries");
+    state.SetItemsProcessed(state.iterations() * kFileCount);
+}
+
+const long long kCache4MiB = 4 << 20;
+
+BENCHMARK_TEMPLATE(BM_FillRandom, KrFileStore)
+        ->Arg(0)
+        ->Arg(kCache4MiB)
+        ->Iterations(1)
+        ->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(BM_ReadRandom, KrFileStore)
+        ->Arg(0)
+        ->Arg(kCache4MiB)
+        ->Iterations(1)
+        ->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(BM_ReadSeq, KrFileStore)
+        ->Arg(0)
+        ->Arg(kCache4MiB)
+        ->Iterations(1)
+        ->Unit(benchmark::kMillisecond);
+#if defined(KR_BENCH_SQLITE)
+BENCHMARK_TEMPLATE(BM_FillRandom, SqliteStore)
+        ->Arg(kCache4MiB)
+        ->Iterations(1)
+        ->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(BM_ReadRandom, SqliteStore)
+        ->Arg(kCache4MiB)
+        ->Iterations(1)
+        ->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(BM_ReadSeq, SqliteStore)
+        ->Arg(kCache4MiB)
+        ->Iterations(1)
+        ->Unit(benchmark::kMillisecond);
+#endif
+
+}  // namespace
+
+BENCHMARK_MAIN();
