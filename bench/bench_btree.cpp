@@ -163,6 +163,15 @@ struct KrFileStore {
         tree.insert(key, at);
     }
 
+    void overwrite(KR_VarArr& key, const char* value) {
+        unsigned long long ref = 0;
+        if (tree.find(key, ref) == KR_RET_TRUE) {
+            values.recWrite(static_cast<unsigned int>(ref), value, kValueSize);
+        } else {
+            put(key, value);
+        }
+    }
+
     void commit() {
         values.recFlush(0);
         tree.flush(0);
@@ -173,12 +182,13 @@ struct KrFileStore {
         return tree.find(key, ref) == KR_RET_TRUE && values.recRead(ref, value) == KR_RET_TRUE;
     }
 
-    unsigned long long scan() {
+    unsigned long long scan(bool reverse) {
         unsigned long long n = 0;
         KR_VarArr key = keyOf(0, true);
         unsigned long long ref;
         KR_Memory value;
-        for (KR_RET_STATUS st = tree.setCurFirst(); st == KR_RET_TRUE; st = tree.setCurNext()) {
+        for (KR_RET_STATUS st = reverse ? tree.setCurLast() : tree.setCurFirst(); st == KR_RET_TRUE;
+             st = reverse ? tree.setCurPrev() : tree.setCurNext()) {
             tree.getCur(key, ref);
             values.recRead(ref, value);
             ++n;
@@ -233,6 +243,8 @@ struct SqliteStore {
         sqlite3_reset(insert);
     }
 
+    void overwrite(KR_VarArr& key, const char* value) { put(key, value); }
+
     void commit() { sqlite3_exec(db, "COMMIT; BEGIN", nullptr, nullptr, nullptr); }
 
     bool get(KR_VarArr& key, KR_Memory&) {
@@ -243,9 +255,12 @@ struct SqliteStore {
         return found;
     }
 
-    unsigned long long scan() {
+    unsigned long long scan(bool reverse) {
         sqlite3_stmt* all = nullptr;
-        sqlite3_prepare_v2(db, "SELECT k, v FROM t ORDER BY k", -1, &all, nullptr);
+        sqlite3_prepare_v2(
+                db,
+                reverse ? "SELECT k, v FROM t ORDER BY k DESC" : "SELECT k, v FROM t ORDER BY k",
+                -1, &all, nullptr);
         unsigned long long n = 0;
         while (sqlite3_step(all) == SQLITE_ROW)
             n += sqlite3_column_bytes(all, 1) > 0;
@@ -303,52 +318,60 @@ void BM_ReadRandom(benchmark::State& state) {
             found += s.get(keys.keys[order[i] % kFileCount], value);
         }
     }
-    if (found != static_cast<unsigned long long>(state.iterations()) * kFileCount)
+    if (found != static_cast<unsigned long long>(state.iterations()) * kFileCount) {
         state.SkipWithError("a key was not found");
+    }
     state.SetItemsProcessed(state.iterations() * kFileCount);
 }
 
 template <class Store>
+void BM_Overwrite(benchmark::State& state) {
+    Keys& keys = Keys::get(true);
+    Store& s = store<Store>(static_cast<unsigned long long>(state.range(0)));
+    std::vector<unsigned int> order = shuffled(kFileCount, 5);
+    char value[kValueSize];
+    memset(value, 'w', sizeof value);
+    for (auto _ : state) {
+        for (unsigned int i = 0; i < kFileCount; ++i) {
+            s.overwrite(keys.keys[order[i] % kFileCount], value);
+            if ((i + 1) % kCommitEvery == 0) s.commit();
+        }
+        s.commit();
+    }
+    state.SetItemsProcessed(state.iterations() * kFileCount);
+}
+
+// readseq, or readreverse with kReverse.
+template <class Store, bool kReverse>
 void BM_ReadSeq(benchmark::State& state) {
     Store& s = store<Store>(static_cast<unsigned long long>(state.range(0)));
     unsigned long long n = 0;
-    for (auto _ : state)
-        n += s.scan();
-    if (n != static_cast<unsigned long long>(state.iterations()) * kFileCount)
+    for (auto _ : state) {
+        n += s.scan(kReverse);
+    }
+    if (n != static_cast<unsigned long long>(state.iterations()) * kFileCount) {
         state.SkipWithError("the scan missed entries");
+    }
     state.SetItemsProcessed(state.iterations() * kFileCount);
 }
 
 const long long kCache4MiB = 4 << 20;
 
-BENCHMARK_TEMPLATE(BM_FillRandom, KrFileStore)
-        ->Arg(0)
-        ->Arg(kCache4MiB)
-        ->Iterations(1)
-        ->Unit(benchmark::kMillisecond);
-BENCHMARK_TEMPLATE(BM_ReadRandom, KrFileStore)
-        ->Arg(0)
-        ->Arg(kCache4MiB)
-        ->Iterations(1)
-        ->Unit(benchmark::kMillisecond);
-BENCHMARK_TEMPLATE(BM_ReadSeq, KrFileStore)
-        ->Arg(0)
-        ->Arg(kCache4MiB)
-        ->Iterations(1)
-        ->Unit(benchmark::kMillisecond);
+#define KR_BENCH_STORE(Store, ...)                             \
+    BENCHMARK_TEMPLATE(BM_FillRandom, Store)                   \
+    __VA_ARGS__->Iterations(1)->Unit(benchmark::kMillisecond); \
+    BENCHMARK_TEMPLATE(BM_Overwrite, Store)                    \
+    __VA_ARGS__->Iterations(1)->Unit(benchmark::kMillisecond); \
+    BENCHMARK_TEMPLATE(BM_ReadRandom, Store)                   \
+    __VA_ARGS__->Iterations(1)->Unit(benchmark::kMillisecond); \
+    BENCHMARK_TEMPLATE(BM_ReadSeq, Store, false)               \
+    __VA_ARGS__->Iterations(1)->Unit(benchmark::kMillisecond); \
+    BENCHMARK_TEMPLATE(BM_ReadSeq, Store, true)                \
+    __VA_ARGS__->Iterations(1)->Unit(benchmark::kMillisecond)
+
+KR_BENCH_STORE(KrFileStore, ->Arg(0)->Arg(kCache4MiB));
 #if defined(KR_BENCH_SQLITE)
-BENCHMARK_TEMPLATE(BM_FillRandom, SqliteStore)
-        ->Arg(kCache4MiB)
-        ->Iterations(1)
-        ->Unit(benchmark::kMillisecond);
-BENCHMARK_TEMPLATE(BM_ReadRandom, SqliteStore)
-        ->Arg(kCache4MiB)
-        ->Iterations(1)
-        ->Unit(benchmark::kMillisecond);
-BENCHMARK_TEMPLATE(BM_ReadSeq, SqliteStore)
-        ->Arg(kCache4MiB)
-        ->Iterations(1)
-        ->Unit(benchmark::kMillisecond);
+KR_BENCH_STORE(SqliteStore, ->Arg(kCache4MiB));
 #endif
 
 }  // namespace
