@@ -2,9 +2,11 @@
 // (KR_BtreeKeyLess), 10^6 keys of one UINT and of one 16-character STRING, order 64: random
 // find and insert. The file tree on key-value workloads (16-byte keys, 100-byte values in a
 // record file of their own, a commit every 1,000 writes) beside SQLite (WITHOUT ROWID, 4 MiB
-// cache, WAL, synchronous OFF), built with it only where it is found.
+// cache, WAL, synchronous OFF) and LMDB (MDB_NOSYNC, 1,000 puts per transaction), each built
+// only where it is found.
 #include <stdio.h>
 #include <string.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <map>
@@ -14,6 +16,9 @@
 
 #if defined(KR_BENCH_SQLITE)
 #include <sqlite3.h>
+#endif
+#if defined(KR_BENCH_LMDB)
+#include <lmdb.h>
 #endif
 
 #include "benchmark/benchmark.h"
@@ -280,6 +285,67 @@ struct SqliteStore {
 };
 #endif
 
+#if defined(KR_BENCH_LMDB)
+struct LmdbStore {
+    MDB_env* env = nullptr;
+    MDB_dbi dbi = 0;
+    MDB_txn* txn = nullptr;
+
+    explicit LmdbStore(unsigned long long) {
+        std::string dir = tmpPath("lmdb");
+        std::string data = dir + "/data.mdb", lock = dir + "/lock.mdb";
+        remove(data.c_str());
+        remove(lock.c_str());
+        mkdir(dir.c_str(), 0700);
+        mdb_env_create(&env);
+        mdb_env_set_mapsize(env, 1ull << 30);
+        mdb_env_open(env, dir.c_str(), MDB_NOSYNC, 0600);
+        mdb_txn_begin(env, nullptr, 0, &txn);
+        mdb_dbi_open(txn, nullptr, 0, &dbi);
+    }
+
+    void put(KR_VarArr& key, const char* value) {
+        const char* text = key[0];
+        MDB_val k{16, const_cast<char*>(text)}, v{kValueSize, const_cast<char*>(value)};
+        mdb_put(txn, dbi, &k, &v, 0);
+    }
+
+    void overwrite(KR_VarArr& key, const char* value) { put(key, value); }
+
+    void commit() {
+        mdb_txn_commit(txn);
+        mdb_txn_begin(env, nullptr, 0, &txn);
+    }
+
+    bool get(KR_VarArr& key, KR_Memory&) {
+        const char* text = key[0];
+        MDB_val k{16, const_cast<char*>(text)}, v{0, nullptr};
+        return mdb_get(txn, dbi, &k, &v) == 0 && v.mv_size == kValueSize;
+    }
+
+    unsigned long long scan(bool reverse) {
+        MDB_cursor* cursor = nullptr;
+        mdb_cursor_open(txn, dbi, &cursor);
+        MDB_val k, v;
+        unsigned long long n = 0;
+        for (int rc = mdb_cursor_get(cursor, &k, &v, reverse ? MDB_LAST : MDB_FIRST); rc == 0;
+             rc = mdb_cursor_get(cursor, &k, &v, reverse ? MDB_PREV : MDB_NEXT)) {
+            n += v.mv_size == kValueSize;
+        }
+        mdb_cursor_close(cursor);
+        return n;
+    }
+
+    long long size() {
+        MDB_envinfo info;
+        MDB_stat stat;
+        mdb_env_info(env, &info);
+        mdb_env_stat(env, &stat);
+        return static_cast<long long>(info.me_last_pgno + 1) * stat.ms_psize;
+    }
+};
+#endif
+
 // One benchmark per phase of one store: fillrandom builds it, the others read it.
 template <class Store>
 Store& store(unsigned long long cacheBytes) {
@@ -372,6 +438,9 @@ const long long kCache4MiB = 4 << 20;
 KR_BENCH_STORE(KrFileStore, ->Arg(0)->Arg(kCache4MiB));
 #if defined(KR_BENCH_SQLITE)
 KR_BENCH_STORE(SqliteStore, ->Arg(kCache4MiB));
+#endif
+#if defined(KR_BENCH_LMDB)
+KR_BENCH_STORE(LmdbStore, ->Arg(0));
 #endif
 
 }  // namespace
