@@ -177,9 +177,9 @@ struct KrFileStore {
         }
     }
 
-    void commit() {
-        values.recFlush(0);
-        tree.flush(0);
+    void commit(unsigned char toDisk = 0) {
+        values.recFlush(toDisk);
+        tree.flush(toDisk);
     }
 
     bool get(KR_VarArr& key, KR_Memory& value) {
@@ -250,7 +250,15 @@ struct SqliteStore {
 
     void overwrite(KR_VarArr& key, const char* value) { put(key, value); }
 
-    void commit() { sqlite3_exec(db, "COMMIT; BEGIN", nullptr, nullptr, nullptr); }
+    void commit(unsigned char toDisk = 0) {
+        if (toDisk && !synced) {
+            sqlite3_exec(db, "COMMIT; PRAGMA synchronous=FULL; BEGIN", nullptr, nullptr, nullptr);
+            synced = true;
+        }
+        sqlite3_exec(db, "COMMIT; BEGIN", nullptr, nullptr, nullptr);
+    }
+
+    bool synced = false;
 
     bool get(KR_VarArr& key, KR_Memory&) {
         const char* text = key[0];
@@ -312,7 +320,7 @@ struct LmdbStore {
 
     void overwrite(KR_VarArr& key, const char* value) { put(key, value); }
 
-    void commit() {
+    void commit(unsigned char = 0) {
         mdb_txn_commit(txn);
         mdb_txn_begin(env, nullptr, 0, &txn);
     }
@@ -420,6 +428,34 @@ void BM_ReadSeq(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * kFileCount);
 }
+
+// 2 x 10^4 puts with every commit forced to the device (SQLite: synchronous=FULL), on a store of
+// its own.
+template <class Store>
+void BM_FillToDisk(benchmark::State& state) {
+    Keys& keys = Keys::get(true);
+    char value[kValueSize];
+    memset(value, 'd', sizeof value);
+    const unsigned int count = 20000;
+    for (auto _ : state) {
+        state.PauseTiming();
+        Store* s = new Store(0);
+        state.ResumeTiming();
+        for (unsigned int i = 0; i < count; ++i) {
+            s->put(keys.keys[i], value);
+            if ((i + 1) % kCommitEvery == 0) s->commit(1);
+        }
+        state.PauseTiming();
+        delete s;
+        state.ResumeTiming();
+    }
+    state.SetItemsProcessed(state.iterations() * count);
+}
+
+BENCHMARK_TEMPLATE(BM_FillToDisk, KrFileStore)->Iterations(1)->Unit(benchmark::kMillisecond);
+#if defined(KR_BENCH_SQLITE)
+BENCHMARK_TEMPLATE(BM_FillToDisk, SqliteStore)->Iterations(1)->Unit(benchmark::kMillisecond);
+#endif
 
 const long long kCache4MiB = 4 << 20;
 
