@@ -41,16 +41,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (checked == KR_RET_TRUE && problems != 0) abort();
     Walk walk;
     KR_RET_STATUS walked = tree.traverse(visit, &walk);
+    unsigned long long entries = 0;
+    tree.getEntryCount(entries);
     if (checked == KR_RET_TRUE && walked == KR_RET_TRUE) {
-        unsigned long long entries = 0;
-        tree.getEntryCount(entries);
         if (!walk.ordered || walk.count != entries) abort();
     }
     tree.traverseBreadthFirst(node, nullptr);
+    // A damaged tree may walk some entries more than once: the cursor walk stops at the count.
     unsigned long long back = 0;
     for (KR_RET_STATUS st = tree.setCurLast(); st == KR_RET_TRUE; st = tree.setCurPrev()) {
-        if (++back > walk.count + 1 && checked == KR_RET_TRUE) abort();
-        if (back > 100000000ull) abort();
+        if (++back > walk.count && checked == KR_RET_TRUE && walked == KR_RET_TRUE) abort();
+        if (back > entries) break;
     }
     return 0;
 }

@@ -122,7 +122,16 @@ KR_RET_STATUS KR_Btree::traverse(KR_BTREE_ENTRY_FN fn, void* user) {
     ++opStamp_;
     KR_RET_STATUS more = edge(false, nodes, slots, depth);
     unsigned int epoch = cacheEpoch_;
+    // A damaged file can share a child between parents, which multiplies the walk: no valid tree
+    // has more entries than its count, or than its nodes can hold.
+    unsigned long long limit = static_cast<unsigned long long>(tableSize_) * (order_ - 1);
+    if (entryCount_ < limit) limit = entryCount_;
+    unsigned long long walked = 0;
     while (more == KR_RET_TRUE) {
+        if (++walked > limit) {
+            return KRI_FAIL_MSG(KR_RET_ERR_FILE, "KR_Btree: corrupt node", "node %u: %s",
+                                nodes[depth - 1], "more entries than the tree holds");
+        }
         BtreeNode* x = node(nodes[depth - 1]);
         unsigned int i = slots[depth - 1];
         KR_RET_STATUS st = decodeAt(x, i, walkKey_);
