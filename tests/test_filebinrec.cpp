@@ -20,20 +20,18 @@
 #include <unistd.h>
 #endif
 
+#include "record_support.h"
 #include "test_support.h"
 
 namespace {
 
+using krtest::apply;
+using krtest::readBytes;
+using krtest::TempDir;
+using krtest::writeBytes;
+using krtest::WriteLog;
+
 using Records = std::map<unsigned int, std::string>;
-
-std::string readBytes(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-void writeBytes(const std::string& path, const std::string& bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
-}
 
 unsigned int crc32(const std::string& bytes) {
     unsigned int crc = 0xFFFFFFFFu;
@@ -56,21 +54,6 @@ void putLe(std::string& s, size_t at, unsigned long long v, int width) {
     for (int i = 0; i < width; ++i, v >>= 8)
         s[at + i] = static_cast<char>(v & 0xFF);
 }
-
-struct TempDir {
-    TempDir() { EXPECT_KR_OK(KR_fileMakeTempDir(path, nullptr, "krrec")); }
-
-    ~TempDir() {
-        std::error_code ignored;
-        std::filesystem::remove_all(static_cast<const char*>(path), ignored);
-    }
-
-    std::string file(const std::string& name) const {
-        return static_cast<const char*>(path) + std::string("/") + name;
-    }
-
-    KR_String path;
-};
 
 Records readAll(KR_FileBinaryRec& file) {
     Records out;
@@ -340,37 +323,6 @@ TEST(RecordFile, DamageIsFoundBeforeItIsBelieved) {
     ASSERT_KR_OK(file.open(path.c_str(), KR_FILE_MODE_READ));
     EXPECT_EQ(0u, file.recNum());
 }
-
-namespace {
-
-// Every write and sync while it is installed: (pos, bytes), and (-1, "") for a sync. fail > 0
-// fails (or, with tear, tears to half) the fail-th event.
-struct WriteLog {
-    std::vector<std::pair<long long, std::string>> events;
-    size_t fail = 0;
-    bool tear = false;
-
-    static size_t hook(void* context, const krTesting::FileWriteEvent& event) {
-        WriteLog& log = *static_cast<WriteLog*>(context);
-        log.events.emplace_back(event.sync ? -1 : event.pos,
-                                std::string(static_cast<const char*>(event.data), event.size));
-        if (log.events.size() != log.fail) return event.sync ? 1 : event.size;
-        return log.tear ? event.size / 2 : 0;
-    }
-
-    WriteLog() { krTesting::setFileWriteHook(hook, this); }
-
-    ~WriteLog() { krTesting::setFileWriteHook(nullptr, nullptr); }
-};
-
-void apply(std::string& image, const std::pair<long long, std::string>& event, size_t bytes) {
-    if (event.first < 0) return;
-    size_t at = static_cast<size_t>(event.first);
-    if (image.size() < at + bytes) image.resize(at + bytes);
-    image.replace(at, bytes, event.second, 0, bytes);
-}
-
-}  // namespace
 
 // The log of a seeded run with commits to the device, replayed onto an empty file: every
 // prefix (a kill), every write torn three ways, and between two syncs random subsets of the

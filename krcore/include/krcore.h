@@ -5,6 +5,7 @@
 #include "kr_alloc.h"
 #include "kr_array_impl.h"
 #include "kr_base.h"
+#include "kr_btree.h"
 #include "kr_camera.h"
 #include "kr_command.h"
 #include "kr_container.h"

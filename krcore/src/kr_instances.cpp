@@ -6,6 +6,7 @@
 // MinGW's g++) ignore, and warn about, an attribute repeated on the definition, while still
 // exporting every member from the declaration's attribute.
 #include "kr_array_impl.h"
+#include "kr_btree.h"
 #include "kr_container.h"
 #include "kr_dllmanager.h"
 #include "kr_hash_impl.h"
@@ -125,3 +126,20 @@ template class KR_OrdContainer<KR_PubArg>;
 template class KR_I_Iterator<KR_PubArg>;
 template class KR_IndContainer<KR_PubArg>;
 template class KR_Array<KR_PubArg>;
+
+template struct KR_IteratorElem<KR_BtreeLink>;
+template class KR_Container<KR_BtreeLink>;
+template class KR_OrdContainer<KR_BtreeLink>;
+template class KR_I_Iterator<KR_BtreeLink>;
+template class KR_IndContainer<KR_BtreeLink>;
+template class KR_Array<KR_BtreeLink>;
+template struct KR_VCARR_LLIST_REC<KR_BtreeLink>;
+template struct KR_IteratorElem<KR_VCARR_LLIST_REC<KR_BtreeLink>>;
+template class KR_Container<KR_VCARR_LLIST_REC<KR_BtreeLink>>;
+template class KR_OrdContainer<KR_VCARR_LLIST_REC<KR_BtreeLink>>;
+template class KR_I_Iterator<KR_VCARR_LLIST_REC<KR_BtreeLink>>;
+template class KR_IndContainer<KR_VCARR_LLIST_REC<KR_BtreeLink>>;
+template class KR_LNode<KR_VCARR_LLIST_REC<KR_BtreeLink>>;
+template class KR_LList<KR_VCARR_LLIST_REC<KR_BtreeLink>>;
+template class KR_VCArray<KR_BtreeLink>;
+template class KR_Queue<KR_BtreeLink>;
