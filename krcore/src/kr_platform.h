@@ -215,6 +215,9 @@ void serialOrphan(SerialPort* port);
 // names := count heap texts (krInternal allocator) naming the system's serial ports, in no
 // order; the caller frees each and the block. 0, kSerialNoMemory or a system error.
 int serialListPorts(char**& names, unsigned int& count);
+// Appends a copy of device to the list of count names in a block of capacity, growing the block
+// as needed: 0, or kSerialNoMemory with the list as it was.
+int serialAddName(char**& names, unsigned int& count, unsigned int& capacity, const char* device);
 
 }  // namespace krPlatform
 

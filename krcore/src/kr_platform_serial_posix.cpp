@@ -539,22 +539,8 @@ int krPlatform::serialListPorts(char**& names, unsigned int& count) {
             if (unknown) continue;
         }
 #endif
-        if (count == capacity) {
-            unsigned int grown = capacity == 0 ? 16 : capacity * 2;
-            void* block = krInternal::reallocBlock(names, grown * sizeof(char*));
-            if (block == nullptr) {
-                error = kSerialNoMemory;
-                break;
-            }
-            names = static_cast<char**>(block);
-            capacity = grown;
-        }
-        names[count] = krInternal::dupText(device);
-        if (names[count] == nullptr) {
-            error = kSerialNoMemory;
-            break;
-        }
-        ++count;
+        error = serialAddName(names, count, capacity, device);
+        if (error != 0) break;
     }
     closedir(dir);
     return error;

@@ -467,22 +467,8 @@ int krPlatform::serialListPorts(char**& names, unsigned int& count) {
         for (const char* c = device + 3; *c != 0; ++c)
             digits = digits && *c >= '0' && *c <= '9';
         if (!digits) continue;
-        if (count == capacity) {
-            unsigned int grown = capacity == 0 ? 16 : capacity * 2;
-            void* block = krInternal::reallocBlock(names, grown * sizeof(char*));
-            if (block == nullptr) {
-                error = kSerialNoMemory;
-                break;
-            }
-            names = static_cast<char**>(block);
-            capacity = grown;
-        }
-        names[count] = krInternal::dupText(device);
-        if (names[count] == nullptr) {
-            error = kSerialNoMemory;
-            break;
-        }
-        ++count;
+        error = serialAddName(names, count, capacity, device);
+        if (error != 0) break;
     }
     krInternal::freeBlock(devices);
     return error;

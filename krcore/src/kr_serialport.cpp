@@ -141,6 +141,23 @@ KR_RET_STATUS listPorts(KR_Array<Str>& names) {
 
 }  // namespace
 
+int krPlatform::serialAddName(char**& names,
+                              unsigned int& count,
+                              unsigned int& capacity,
+                              const char* device) {
+    if (count == capacity) {
+        unsigned int grown = capacity == 0 ? 16 : capacity * 2;
+        void* block = krInternal::reallocBlock(names, grown * sizeof(char*));
+        if (block == nullptr) return krPlatform::kSerialNoMemory;
+        names = static_cast<char**>(block);
+        capacity = grown;
+    }
+    names[count] = krInternal::dupText(device);
+    if (names[count] == nullptr) return krPlatform::kSerialNoMemory;
+    ++count;
+    return 0;
+}
+
 // --- KR_SerialPort ---
 
 KR_SerialPort::KR_SerialPort() : KR_KorvaneClass() {
