@@ -43,9 +43,6 @@ using krPlatform::SerialPort;
 // Half the line discipline's 4 KiB read buffer: a read that leaves the rest lets the sender
 // refill behind it (on a pty, 1 MiB of input arrives about 1.3 times as fast as with 4 KiB reads).
 const size_t kEventBufferSize = 2048;
-const unsigned int kPolledEvents = KR_SERIAL_EV_CTS | KR_SERIAL_EV_DSR | KR_SERIAL_EV_CD |
-                                   KR_SERIAL_EV_RING | KR_SERIAL_EV_BREAK | KR_SERIAL_EV_ERR |
-                                   KR_SERIAL_EV_TXEMPTY;
 
 // The port whose event thread runs on this thread; null on every other thread.
 thread_local const SerialPort* currentEventPort = nullptr;
