@@ -1,5 +1,6 @@
 // test_btree.cpp — the B-tree index: its shape by hand, its key order, a seeded oracle against
 // std::map and std::multimap ordered by the same comparator, and allocation failures.
+#include <float.h>
 #include <limits.h>
 #include <math.h>
 #include <stdlib.h>
@@ -232,6 +233,72 @@ TEST(Btree, InOrderWalkEqualsVariantSortForUintAndString) {
         for (size_t i = 0; i < keys.size(); ++i)
             ASSERT_TRUE(keys[i] == got[i].first) << i;
     }
+}
+
+// The tolerant lookup against a brute-force search: exact prefix, nearest last element within
+// tol, the first in key order on a tie.
+TEST(Btree, SeekNearFindsTheNearestWithinTolerance) {
+    for (KR_VAR_TYPE last : {KR_VAR_DOUBLE, KR_VAR_FLOAT}) {
+        SCOPED_TRACE(last);
+        KR_Btree t;
+        KR_Array<KR_VAR_TYPE> types = schema({KR_VAR_UINT, last});
+        ASSERT_KR_OK(t.create(types, 5, 0));
+        std::mt19937 rng(7);
+        std::vector<std::pair<unsigned int, double>> model;
+        auto keyFor = [last](unsigned int a, double x) {
+            KR_VarArr k(2, KR_VAR_WILD, static_cast<unsigned char>(0));
+            k[0] = a;
+            if (last == KR_VAR_FLOAT)
+                k[1] = static_cast<float>(x);
+            else
+                k[1] = x;
+            return k;
+        };
+        for (int i = 0; i < 400; ++i) {
+            unsigned int a = rng() % 3;
+            double x = static_cast<int>(rng() % 2001 - 1000) / 100.0;
+            if (last == KR_VAR_FLOAT) x = static_cast<float>(x);
+            KR_VarArr k = keyFor(a, x);
+            ASSERT_KR_OK(t.insert(k, i));
+            model.emplace_back(a, x);
+        }
+        for (int q = 0; q < 300; ++q) {
+            unsigned int a = rng() % 4;
+            double k = static_cast<int>(rng() % 2401 - 1200) / 100.0 + 0.004;
+            if (last == KR_VAR_FLOAT) k = static_cast<float>(k);
+            double tol = (rng() % 4) * 0.02;
+            const std::pair<unsigned int, double>* want = nullptr;
+            for (auto& m : model) {
+                double gap = fabs(m.second - k);
+                if (m.first != a || gap > tol) continue;
+                double bestGap = want ? fabs(want->second - k) : HUGE_VAL;
+                if (gap < bestGap || (gap == bestGap && m.second < want->second)) want = &m;
+            }
+            KR_VarArr probe = keyFor(a, k);
+            ASSERT_KR_STATUS(want ? KR_RET_TRUE : KR_RET_FALSE, t.seekNear(probe, tol));
+            ASSERT_EQ(want == nullptr, t.curIsNull() != 0);
+            if (want == nullptr) continue;
+            KR_VarArr got = keyFor(0, 0);
+            unsigned long long ref;
+            ASSERT_KR_OK(t.getCur(got, ref));
+            EXPECT_EQ(want->first, static_cast<unsigned int>(got[0]));
+            double x =
+                    last == KR_VAR_FLOAT ? static_cast<float>(got[1]) : static_cast<double>(got[1]);
+            EXPECT_EQ(want->second, x);
+        }
+        // Bounds far out stay finite keys.
+        KR_VarArr edge = keyFor(0, last == KR_VAR_FLOAT ? -FLT_MAX : -DBL_MAX);
+        EXPECT_KR_OK(t.seekNear(edge, last == KR_VAR_FLOAT ? FLT_MAX : DBL_MAX));
+        krtest::ReportCapture capture;
+        for (double bad : {-0.5, double(NAN), double(INFINITY)})
+            EXPECT_KR_STATUS(KR_RET_ERR_ARG, t.seekNear(edge, bad));
+    }
+    KR_Btree ints;
+    KR_Array<KR_VAR_TYPE> intType = schema({KR_VAR_INT});
+    ASSERT_KR_OK(ints.create(intType, 3, 1));
+    KR_VarArr k = keyOf(1);
+    krtest::ReportCapture capture;
+    EXPECT_KR_STATUS(KR_RET_ERR_NSUP, ints.seekNear(k, 1.0));
 }
 
 TEST(Btree, DuplicatesCursorsAndLock) {
