@@ -159,6 +159,8 @@ public:
     // Every node goes to the reserved list (ascending id, the highest on top); the tree is empty.
     KR_RET_STATUS clear();
     // count new nodes onto the reserved list, in ascending id; releaseReserved frees them all.
+    // In a file tree releaseReserved commits: it flushes, deletes the reserved nodes' records
+    // and flushes again; a failure after the first flush leaves the tree and the file there.
     KR_RET_STATUS reserveNodes(unsigned int count);
     KR_RET_STATUS releaseReserved();
 
@@ -226,6 +228,7 @@ private:
 
     // Internal steps (kr_btree.cpp, kr_btreewalk.cpp, kr_btreefile.cpp).
     KR_RET_STATUS checkChange();
+    KR_RET_STATUS releaseReservedFile();
     KR_RET_STATUS checkTypes(KR_Array<KR_VAR_TYPE>& keyTypes, unsigned int order, bool inFile);
     KR_RET_STATUS adoptTypes(KR_Array<KR_VAR_TYPE>& keyTypes,
                              unsigned int order,
