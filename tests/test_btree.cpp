@@ -1,5 +1,6 @@
 // test_btree.cpp — the B-tree index: its shape by hand, its key order, a seeded oracle against
 // std::map and std::multimap ordered by the same comparator, and allocation failures.
+#include <float.h>
 #include <limits.h>
 #include <math.h>
 #include <stdlib.h>
@@ -232,6 +233,72 @@ TEST(Btree, InOrderWalkEqualsVariantSortForUintAndString) {
         for (size_t i = 0; i < keys.size(); ++i)
             ASSERT_TRUE(keys[i] == got[i].first) << i;
     }
+}
+
+// The tolerant lookup against a brute-force search: exact prefix, nearest last element within
+// tol, the first in key order on a tie.
+TEST(Btree, SeekNearFindsTheNearestWithinTolerance) {
+    for (KR_VAR_TYPE last : {KR_VAR_DOUBLE, KR_VAR_FLOAT}) {
+        SCOPED_TRACE(last);
+        KR_Btree t;
+        KR_Array<KR_VAR_TYPE> types = schema({KR_VAR_UINT, last});
+        ASSERT_KR_OK(t.create(types, 5, 0));
+        std::mt19937 rng(7);
+        std::vector<std::pair<unsigned int, double>> model;
+        auto keyFor = [last](unsigned int a, double x) {
+            KR_VarArr k(2, KR_VAR_WILD, static_cast<unsigned char>(0));
+            k[0] = a;
+            if (last == KR_VAR_FLOAT)
+                k[1] = static_cast<float>(x);
+            else
+                k[1] = x;
+            return k;
+        };
+        for (int i = 0; i < 400; ++i) {
+            unsigned int a = rng() % 3;
+            double x = static_cast<int>(rng() % 2001 - 1000) / 100.0;
+            if (last == KR_VAR_FLOAT) x = static_cast<float>(x);
+            KR_VarArr k = keyFor(a, x);
+            ASSERT_KR_OK(t.insert(k, i));
+            model.emplace_back(a, x);
+        }
+        for (int q = 0; q < 300; ++q) {
+            unsigned int a = rng() % 4;
+            double k = static_cast<int>(rng() % 2401 - 1200) / 100.0 + 0.004;
+            if (last == KR_VAR_FLOAT) k = static_cast<float>(k);
+            double tol = (rng() % 4) * 0.02;
+            const std::pair<unsigned int, double>* want = nullptr;
+            for (auto& m : model) {
+                double gap = fabs(m.second - k);
+                if (m.first != a || gap > tol) continue;
+                double bestGap = want ? fabs(want->second - k) : HUGE_VAL;
+                if (gap < bestGap || (gap == bestGap && m.second < want->second)) want = &m;
+            }
+            KR_VarArr probe = keyFor(a, k);
+            ASSERT_KR_STATUS(want ? KR_RET_TRUE : KR_RET_FALSE, t.seekNear(probe, tol));
+            ASSERT_EQ(want == nullptr, t.curIsNull() != 0);
+            if (want == nullptr) continue;
+            KR_VarArr got = keyFor(0, 0);
+            unsigned long long ref;
+            ASSERT_KR_OK(t.getCur(got, ref));
+            EXPECT_EQ(want->first, static_cast<unsigned int>(got[0]));
+            double x =
+                    last == KR_VAR_FLOAT ? static_cast<float>(got[1]) : static_cast<double>(got[1]);
+            EXPECT_EQ(want->second, x);
+        }
+        // Bounds far out stay finite keys.
+        KR_VarArr edge = keyFor(0, last == KR_VAR_FLOAT ? -FLT_MAX : -DBL_MAX);
+        EXPECT_KR_OK(t.seekNear(edge, last == KR_VAR_FLOAT ? FLT_MAX : DBL_MAX));
+        krtest::ReportCapture capture;
+        for (double bad : {-0.5, double(NAN), double(INFINITY)})
+            EXPECT_KR_STATUS(KR_RET_ERR_ARG, t.seekNear(edge, bad));
+    }
+    KR_Btree ints;
+    KR_Array<KR_VAR_TYPE> intType = schema({KR_VAR_INT});
+    ASSERT_KR_OK(ints.create(intType, 3, 1));
+    KR_VarArr k = keyOf(1);
+    krtest::ReportCapture capture;
+    EXPECT_KR_STATUS(KR_RET_ERR_NSUP, ints.seekNear(k, 1.0));
 }
 
 TEST(Btree, DuplicatesCursorsAndLock) {
@@ -541,6 +608,10 @@ TEST(BtreeFile, FailedWritesFallBackToTheLastFlush) {
             st = t.insert(add, k);
             if (st == KR_RET_TRUE) st = t.remove(gone);
         }
+        // The removes left reserved nodes: their release is a commit of its own, which no
+        // later fallback may leave half undone.
+        if (st == KR_RET_TRUE && t.getReservedCount() == 0) return KR_RET_ERR_CALL;
+        if (st == KR_RET_TRUE) st = t.releaseReserved();
         return st == KR_RET_TRUE ? t.flush(1) : st;
     };
     setup();
@@ -549,6 +620,8 @@ TEST(BtreeFile, FailedWritesFallBackToTheLastFlush) {
         KR_Btree t;
         ASSERT_KR_OK(t.openFile(path.c_str(), KR_FILE_MODE_UPDATE));
         ASSERT_KR_OK(change(t));
+        EXPECT_EQ(0u, t.getReservedCount());
+        EXPECT_EQ(0u, problemsOf(t));
         changed = stateOf(t);
     }
     krtest::ReportCapture capture;
@@ -584,6 +657,61 @@ TEST(BtreeFile, FailedWritesFallBackToTheLastFlush) {
 
 // A seeded run with commits to the device, its write log replayed onto an empty file: every
 // prefix (a kill at that point) opens as the tree of the last flush it completed.
+// A read that fails after releaseReserved takes the tree back to its last flush: the release
+// must be part of it, not a set of deleted records the restored reserved list still names.
+TEST(BtreeFile, ReleasedNodesStayReleasedAfterAFailedRead) {
+    krtest::TempDir dir;
+    const std::string path = dir.file("r.kbt");
+    std::string leafBytes;
+    {
+        KR_Btree t;
+        fillUint(t, path, 3, 100);
+        for (unsigned int k = 1; k <= 60; ++k) {
+            KR_VarArr gone = keyOf(k * 7 % 101);
+            ASSERT_KR_OK(t.remove(gone));
+        }
+        ASSERT_KR_OK(t.close());
+    }
+    unsigned int leaf = 0;
+    {
+        KR_Btree t;
+        ASSERT_KR_OK(t.openFile(path.c_str(), KR_FILE_MODE_READ));
+        for (unsigned int id = t.getRootId(), n, h; t.getNodeInfo(id, n, h) == KR_RET_TRUE;) {
+            leaf = id;
+            if (h == 1 || t.getNodeChild(id, n, id) != KR_RET_TRUE) break;
+        }
+        ASSERT_GT(t.getReservedCount(), 0u);
+        KR_FileBinaryRec file;
+        ASSERT_KR_OK(file.open(path.c_str(), KR_FILE_MODE_READ));
+        KR_Memory memory;
+        ASSERT_KR_OK(file.recRead(leaf, memory));
+        leafBytes.assign(static_cast<const char*>(memory.memPtr()), memory.memSize());
+    }
+    // Damage every stored copy of the last leaf, so that reading it fails its checksum.
+    std::string bytes = krtest::readBytes(path);
+    size_t copies = 0;
+    for (size_t at = bytes.find(leafBytes); at != std::string::npos;
+         at = bytes.find(leafBytes, at + 1), ++copies)
+        bytes[at + leafBytes.size() - 1] ^= 0x5A;
+    ASSERT_GT(copies, 0u);
+    krtest::writeBytes(path, bytes);
+
+    KR_Btree t;
+    ASSERT_KR_OK(t.openFile(path.c_str(), KR_FILE_MODE_UPDATE));
+    ASSERT_KR_OK(t.setCacheSize(16));
+    ASSERT_KR_OK(t.releaseReserved());
+    EXPECT_KR_OK(t.setCurFirst());  // the nodes not in the cache are still there
+    krtest::ReportCapture capture;
+    EXPECT_KR_STATUS(KR_RET_ERR_FILE, t.setCurLast());
+    ASSERT_TRUE(t.isOpen());
+    EXPECT_EQ(0u, t.getReservedCount());
+    unsigned long long count = 0;
+    EXPECT_KR_OK(t.getEntryCount(count));
+    EXPECT_EQ(40u, count);
+    EXPECT_KR_OK(t.reserveNodes(2));
+    EXPECT_KR_OK(t.close());
+}
+
 TEST(BtreeFileCrash, EveryReplayedPrefixOpensAtALastFlush) {
     krtest::TempDir dir;
     const std::string path = dir.file("c.kbt"), copy = dir.file("copy.kbt");

@@ -159,6 +159,8 @@ public:
     // Every node goes to the reserved list (ascending id, the highest on top); the tree is empty.
     KR_RET_STATUS clear();
     // count new nodes onto the reserved list, in ascending id; releaseReserved frees them all.
+    // In a file tree releaseReserved commits: it flushes, deletes the reserved nodes' records
+    // and flushes again; a failure after the first flush leaves the tree and the file there.
     KR_RET_STATUS reserveNodes(unsigned int count);
     KR_RET_STATUS releaseReserved();
 
@@ -170,6 +172,15 @@ public:
     // The cursor on the first entry whose key is >= key: KR_RET_TRUE when its key equals key,
     // KR_RET_FALSE when it is greater or there is none (then the cursor is null).
     KR_RET_STATUS seek(KR_VarArr& key);
+    // The tolerant lookup. The schema's last element must be FLOAT or DOUBLE (else
+    // KR_RET_ERR_NSUP); tol is finite and >= 0 (else KR_RET_ERR_ARG), key a valid key. The
+    // elements before the last must equal key's exactly; the last one x may differ from key's k
+    // by |x - k| <= tol, computed in double. The cursor goes to the entry nearest to k, the first
+    // in key order on a tie: KR_RET_TRUE. KR_RET_FALSE, with the cursor null, when no entry is
+    // within tol. It seeks to k - tol and scans up to k + tol, so it costs the entries in that
+    // window.
+    //   keys 1.0, 1.0005, 2.0:  seekNear(1.0004, 0.001)  ->  the cursor on 1.0005
+    KR_RET_STATUS seekNear(KR_VarArr& key, double tol);
     unsigned char curIsNull();
     // key gets a copy of the current key; KR_RET_FALSE on a null cursor.
     KR_RET_STATUS getCur(KR_VarArr& key, unsigned long long& ref);
@@ -217,6 +228,7 @@ private:
 
     // Internal steps (kr_btree.cpp, kr_btreewalk.cpp, kr_btreefile.cpp).
     KR_RET_STATUS checkChange();
+    KR_RET_STATUS releaseReservedFile();
     KR_RET_STATUS checkTypes(KR_Array<KR_VAR_TYPE>& keyTypes, unsigned int order, bool inFile);
     KR_RET_STATUS adoptTypes(KR_Array<KR_VAR_TYPE>& keyTypes,
                              unsigned int order,

@@ -388,25 +388,56 @@ KR_RET_STATUS KR_Btree::releaseReserved() {
     KR_setUserError(0);
     KR_RET_STATUS st = checkChange();
     if (KRI_FAILED(st)) return st;
+    if (file_ != nullptr) return releaseReservedFile();
     while (reservedHead_ != 0) {
         ++opStamp_;
         BtreeNode* x;
         st = fetch(reservedHead_, 0, x);
         if (KRI_FAILED(st)) return st;
         unsigned int id = reservedHead_;
-        if (file_ != nullptr) {
-            st = file_->recDelete(id);
-            if (KRI_FAILED(st)) return fileFailed(st, false);
-        }
         reservedHead_ = x->nextReserved;
         --reservedCount_;
-        headerDirty_ = 1;
         dropNode(id);
     }
     reservedCount_ = 0;
     while (tableSize_ > 1 && nodes_[tableSize_ - 1] == nullptr)
         --tableSize_;
     return KR_RET_TRUE;
+}
+
+KR_RET_STATUS KR_Btree::releaseReservedFile() {
+    // A record delete cannot be taken back once a later read fails and the tree falls back to
+    // its last flush, so the release is a commit of its own: the tree is flushed first, the
+    // reserved list is read whole before any record goes, and the deletes are committed at once.
+    // A failure on the way leaves the file and the tree at the flush before.
+    KR_RET_STATUS st = flush(0);
+    if (KRI_FAILED(st) || reservedCount_ == 0) return st;
+    unsigned int* ids = static_cast<unsigned int*>(
+            krInternal::allocBlock(reservedCount_ * sizeof(unsigned int)));
+    if (ids == nullptr) return KRI_FAIL_MSG(KR_RET_ERR_MEM, "KR_Btree allocation", KR_msg(0, 1));
+    unsigned int count = 0;
+    for (unsigned int id = reservedHead_; id != 0 && count < reservedCount_; ++count) {
+        ++opStamp_;
+        BtreeNode* x;
+        st = fetch(id, 0, x);
+        if (KRI_FAILED(st)) break;
+        ids[count] = id;
+        id = x->nextReserved;
+    }
+    for (unsigned int k = 0; k < count && !KRI_FAILED(st); ++k) {
+        st = file_->recDelete(ids[k]);
+        if (KRI_FAILED(st)) st = fileFailed(st, false);
+    }
+    if (!KRI_FAILED(st)) {
+        for (unsigned int k = 0; k < count; ++k)
+            dropNode(ids[k]);
+        reservedHead_ = 0;
+        reservedCount_ = 0;
+        headerDirty_ = 1;
+        st = flush(0);
+    }
+    krInternal::freeBlock(ids);
+    return st;
 }
 
 KR_RET_STATUS KR_Btree::getEntryCount(unsigned long long& count) {

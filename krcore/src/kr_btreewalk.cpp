@@ -1,4 +1,6 @@
 // kr_btreewalk.cpp — the B-tree's cursor, walks, consistency check and node accessors.
+#include <float.h>
+#include <math.h>
 #include <string.h>
 
 #include "kr_alloc.h"
@@ -85,6 +87,89 @@ KR_RET_STATUS KR_Btree::seek(KR_VarArr& key) {
     if (st != KR_RET_TRUE) return st;
     const BtreeNode* x = node(curNodes_[curDepth_ - 1]);
     return compareAt(x, curSlots_[curDepth_ - 1], 0, false) == 0 ? KR_RET_TRUE : KR_RET_FALSE;
+}
+
+namespace {
+
+// The last element of a valid key as a double.
+double lastValue(KR_VarArr& key, bool isFloat) {
+    KR_Var& v = key[key.numElems() - 1];
+    return isFloat ? static_cast<double>(static_cast<float>(v)) : static_cast<double>(v);
+}
+
+// A finite bound one step outside value, so that no x with |x - k| <= tol falls beyond it.
+void setBound(KR_VarArr& key, bool isFloat, double value, bool upper) {
+    KR_Var& v = key[key.numElems() - 1];
+    const double inf = upper ? HUGE_VAL : -HUGE_VAL;
+    if (isFloat) {
+        float f = static_cast<float>(value);
+        f = nextafterf(f, static_cast<float>(inf));
+        if (isinf(f)) f = upper ? FLT_MAX : -FLT_MAX;
+        v = f;
+    } else {
+        double d = nextafter(value, inf);
+        if (isinf(d)) d = upper ? DBL_MAX : -DBL_MAX;
+        v = d;
+    }
+}
+
+}  // namespace
+
+KR_RET_STATUS KR_Btree::seekNear(KR_VarArr& key, double tol) {
+    KR_setUserError(0);
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    if (mode_ == 0) return KRI_FAIL(KR_RET_ERR_CALL);
+    KR_VAR_TYPE lastType = types_[keyTypes_.numElems() - 1];
+    if (lastType != KR_VAR_FLOAT && lastType != KR_VAR_DOUBLE) {
+        return KRI_FAIL_MSG(KR_RET_ERR_NSUP, "KR_Btree: tolerant lookup", "%s",
+                            "the last key element is not floating");
+    }
+    if (!(tol >= 0) || isinf(tol)) return KRI_FAIL(KR_RET_ERR_ARG);
+    KR_RET_STATUS st = encodeProbe(key);
+    if (KRI_FAILED(st)) return st;
+    curDepth_ = 0;
+    bool isFloat = lastType == KR_VAR_FLOAT;
+    double k = lastValue(key, isFloat);
+    KR_VarArr low(key), high(key), entry(key);
+    if (!low.objIsEnabled() || !high.objIsEnabled() || !entry.objIsEnabled()) return KR_RET_ERR_MEM;
+    setBound(low, isFloat, k - tol, false);
+    setBound(high, isFloat, k + tol, true);
+    st = encodeProbe(low);
+    if (KRI_FAILED(st)) return st;
+    ++opStamp_;
+    unsigned int nodes[kMaxHeight];
+    unsigned int slots[kMaxHeight];
+    unsigned int depth;
+    st = locate(0, unique_ == 0, nodes, slots, depth);
+    if (st != KR_RET_TRUE) return st;
+    st = encodeProbe(high);
+    if (KRI_FAILED(st)) return st;
+    // Entries between (prefix, low) and (prefix, high) share the prefix: only the last element
+    // decides. The scan is bounded by the entry count, whatever the file holds.
+    double best = HUGE_VAL;
+    unsigned long long limit = entryCount_;
+    while (st == KR_RET_TRUE && limit-- > 0) {
+        BtreeNode* x;
+        st = fetch(nodes[depth - 1], 0, x);
+        if (KRI_FAILED(st)) break;
+        unsigned int i = slots[depth - 1];
+        if (compareAt(x, i, 0, false) < 0) break;  // past high
+        st = decodeAt(x, i, entry);
+        if (KRI_FAILED(st)) break;
+        double gap = fabs(lastValue(entry, isFloat) - k);
+        if (gap <= tol && gap < best) {
+            best = gap;
+            memcpy(curNodes_, nodes, depth * sizeof(nodes[0]));
+            memcpy(curSlots_, slots, depth * sizeof(slots[0]));
+            curDepth_ = depth;
+        }
+        st = stepNext(nodes, slots, depth);
+    }
+    if (KRI_FAILED(st)) {
+        curDepth_ = 0;
+        return st;
+    }
+    return curDepth_ != 0 ? KR_RET_TRUE : KR_RET_FALSE;
 }
 
 unsigned char KR_Btree::curIsNull() {
