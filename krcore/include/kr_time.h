@@ -154,6 +154,7 @@ namespace krInternal {
 
 const int kTimeMinYear = -9999;
 const int kTimeMaxYear = 9999;
+const long long kSecondsPerDay = 86400;
 
 // The conversions between dates and day numbers are Neri and Schneider's Euclidean affine
 // forms of the civil calendar: a year starts on 1 March, so the leap day is the year's last,
@@ -206,7 +207,8 @@ inline KR_RET_STATUS KR_timeToUnix(const KR_DateTime& t, long long& seconds) {
     krInternal::clearUserError();
     if (!krInternal::timeValid(t)) return krInternal::timeRefused(t);
     const unsigned int ofDay = (t.hour * 60u + t.minute) * 60u + t.second;
-    seconds = krInternal::daysFromCivil(t.year, t.month, t.day) * 86400 + ofDay;
+    seconds =
+            krInternal::daysFromCivil(t.year, t.month, t.day) * krInternal::kSecondsPerDay + ofDay;
     return KR_RET_TRUE;
 }
 

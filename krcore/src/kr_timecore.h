@@ -10,7 +10,6 @@ namespace krInternal {
 
 const long long kTimeMinDays = -4371587;  // -9999-01-01
 const long long kTimeMaxDays = 2932896;   // 9999-12-31
-const long long kSecondsPerDay = 86400;
 const long long kMsPerDay = 86400000;
 const long long kTimeMinSeconds = kTimeMinDays * kSecondsPerDay;
 const long long kTimeMaxSeconds = kTimeMaxDays * kSecondsPerDay + kSecondsPerDay - 1;
