@@ -188,6 +188,22 @@ TEST(RecordFile, ReuseWaitsForTheNextCommit) {
     ASSERT_KR_OK(file.recWrite(1, std::string(100, 'g').data(), 100));  // grows and moves
     ASSERT_KR_OK(file.recGetEntry(1, after));
     EXPECT_TRUE(after.offset != before.offset && after.capacity >= 100 && after.size == 100);
+    // Freed space is reused by the closest fit, and a committed record that moves takes only
+    // what it needs.
+    ASSERT_KR_OK(file.create(path.c_str(), 0, 0, 0));
+    for (unsigned int size : {1000u, 600u, 904u, 3000u})
+        ASSERT_KR_OK(file.recAppend(std::string(size, 'x').data(), size, at));
+    ASSERT_KR_OK(file.recFlush());
+    for (unsigned int index : {0u, 1u, 2u})
+        ASSERT_KR_OK(file.recDelete(index));
+    ASSERT_KR_OK(file.recFlush());
+    ASSERT_KR_OK(file.recAppend(std::string(850, 'y').data(), 850, at));
+    ASSERT_KR_OK(file.recGetEntry(at, after));
+    EXPECT_EQ(904u, after.capacity);
+    ASSERT_KR_OK(file.recFlush());
+    ASSERT_KR_OK(file.recWrite(3, std::string(3100, 'z').data(), 3100));
+    ASSERT_KR_OK(file.recGetEntry(3, after));
+    EXPECT_EQ(3100u, after.capacity);
     unsigned int problems = 9;
     EXPECT_KR_STATUS(KR_RET_TRUE, file.recCheck(problems));
     // Fixed-size files refuse other sizes and reuse reserved entries last in, first out;

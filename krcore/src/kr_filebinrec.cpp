@@ -205,9 +205,12 @@ KR_RET_STATUS KR_FileBinaryRec::recWrite(unsigned int index, const void* data, u
     bool fresh = (table_[index].state & kFresh) != 0;
     if (!fresh || size > capacity) {
         // Copy on write: the bytes go to other space, which the record takes over; its old
-        // extent goes to a reserved entry (a swapped one, or a new one at the end).
+        // extent goes to a reserved entry (a swapped one, or a new one at the end). A record
+        // that outgrows space it was given since the last commit gets room to grow further; a
+        // committed one gets what it needs, since its next rewrite after a commit moves it
+        // again anyway.
         unsigned int wanted =
-                size <= capacity
+                !fresh || size <= capacity
                         ? size
                         : static_cast<unsigned int>(std::min<long long>(
                                   align8(std::max<long long>(size, capacity + capacity / 2LL)),
@@ -519,7 +522,31 @@ KR_RET_STATUS KR_FileBinaryRec::writeRecord(long long offset, const void* data, 
 // The list of size's own class is tried at its head only, larger classes always fit.
 unsigned int KR_FileBinaryRec::takeReserved(unsigned int size) {
     unsigned int first = sizeClass(size);
-    for (unsigned int c = first; c < kClasses; ++c) {
+    // In size's own class the closest fit among the first few entries; above it any entry fits.
+    unsigned int best = KR_BINREC_NONE;
+    unsigned int bestPrev = KR_BINREC_NONE;
+    unsigned int prev = KR_BINREC_NONE;
+    unsigned int looked = 0;
+    for (unsigned int at = reservedHeads_[first]; at != KR_BINREC_NONE && looked < kFitScan;
+         prev = at, at = table_[at].nextReserved, ++looked) {
+        unsigned int capacity = table_[at].capacity;
+        if (capacity >= size && (best == KR_BINREC_NONE || capacity < table_[best].capacity)) {
+            best = at;
+            bestPrev = prev;
+            if (capacity == size) break;
+        }
+    }
+    if (best != KR_BINREC_NONE) {
+        unsigned int next = table_[best].nextReserved;
+        if (bestPrev == KR_BINREC_NONE) {
+            reservedHeads_[first] = next;
+        } else {
+            table_[bestPrev].nextReserved = next;
+        }
+        table_[best].nextReserved = KR_BINREC_NONE;
+        return best;
+    }
+    for (unsigned int c = first + 1; c < kClasses; ++c) {
         unsigned int at = reservedHeads_[c];
         if (at == KR_BINREC_NONE || table_[at].capacity < size) continue;
         reservedHeads_[c] = table_[at].nextReserved;

@@ -49,6 +49,8 @@ const unsigned int kFresh = 0x100;
 const unsigned int kPending = 0x200;
 const unsigned int kStateMask = 0xFF;
 const unsigned int kClasses = 33;
+// Reserved entries of a size class looked at for the closest fit.
+const unsigned int kFitScan = 32;
 
 // CRC-32 of zlib and PNG (reflected 0xEDB88320), sliced by 8: eight 256-entry tables made on
 // first use, eight bytes per step. Bytes are taken one by one, so the result does not depend
