@@ -104,6 +104,7 @@ TEST(Btree, CreateRefusesBadOrdersAndSchemas) {
         KR_Array<KR_VAR_TYPE> types;
         unsigned int order;
         KR_RET_STATUS expected;
+        unsigned int valueSize = 0;
     } rows[] = {
             {"order 2", schema({KR_VAR_UINT}), 2, KR_RET_ERR_ARG},
             {"order 4097", schema({KR_VAR_UINT}), 4097, KR_RET_ERR_ARG},
@@ -112,14 +113,17 @@ TEST(Btree, CreateRefusesBadOrdersAndSchemas) {
             {"public object", schema({KR_VAR_PUBOBJ}), 3, KR_RET_ERR_ARG},
             {"order 3", schema({KR_VAR_UINT}), 3, KR_RET_TRUE},
             {"order 4096", schema({KR_VAR_STRINGW, KR_VAR_PTR}), 4096, KR_RET_TRUE},
+            {"values of 65535 bytes", schema({KR_VAR_UINT}), 3, KR_RET_TRUE, 65535},
+            {"values of 65536 bytes", schema({KR_VAR_UINT}), 3, KR_RET_ERR_ARG, 65536},
     };
 
     krtest::ReportCapture capture;
     for (auto& row : rows) {
         SCOPED_TRACE(row.name);
         KR_Btree t;
-        EXPECT_KR_STATUS(row.expected, t.create(row.types, row.order, 1));
+        EXPECT_KR_STATUS(row.expected, t.create(row.types, row.order, 1, row.valueSize));
         EXPECT_EQ(row.expected == KR_RET_TRUE, t.isOpen() != 0);
+        EXPECT_EQ(row.expected == KR_RET_TRUE ? row.valueSize : 0, t.getValueSize());
     }
     KR_Btree t;
     KR_Array<KR_VAR_TYPE> types = schema({KR_VAR_UINT});
@@ -365,22 +369,65 @@ struct Place {
     unsigned long long cacheBytes;
 };
 
-// Seeded inserts, removes and cursor steps beside the model; a file tree is flushed every 500
-// steps and closed and reopened halfway.
-void runModel(unsigned int order, KR_VAR_TYPE type, unsigned char unique, const Place& place) {
+// The value a seeded run stores with an entry: size bytes made from its key and ref, so that a
+// value that strays to another entry, or is cut, shows.
+std::string valueOf(KR_VarArr& key, KR_VAR_TYPE type, unsigned long long ref, unsigned int size) {
+    std::string seed = (type == KR_VAR_UINT ? std::to_string(static_cast<unsigned int>(key[0]))
+                                            : std::string(static_cast<const char*>(key[0]))) +
+                       "/" + std::to_string(ref) + ";";
+    std::string value;
+    while (value.size() < size)
+        value += seed;
+    value.resize(size);
+    return value;
+}
+
+// The whole tree by the cursor without copies: key bytes strictly ascending, each value the
+// one its entry was given.
+void expectValues(KR_Btree& t, Model& model, KR_VAR_TYPE type) {
+    unsigned int size = t.getValueSize();
+    std::string previous;
+    auto at = model.begin();
+    for (KR_RET_STATUS st = t.setCurFirst(); st == KR_RET_TRUE; st = t.setCurNext(), ++at) {
+        ASSERT_TRUE(at != model.end());
+        const unsigned char* key;
+        const unsigned char* value;
+        unsigned int keyLen;
+        unsigned long long ref;
+        ASSERT_KR_OK(t.getCurBytes(key, keyLen, ref, value));
+        std::string bytes(reinterpret_cast<const char*>(key), keyLen);
+        ASSERT_TRUE(previous.empty() || previous < bytes || (!t.isUnique() && previous == bytes));
+        previous = bytes;
+        ASSERT_EQ(at->second, ref);
+        ASSERT_EQ(size == 0, value == nullptr);
+        ASSERT_EQ(valueOf(const_cast<KR_VarArr&>(at->first), type, ref, size),
+                  std::string(reinterpret_cast<const char*>(value), size));
+    }
+    ASSERT_TRUE(at == model.end());
+}
+
+// Seeded inserts, updates, removes and cursor steps beside the model, with values of valueSize
+// bytes; a file tree is flushed every 500 steps and closed and reopened halfway.
+void runModel(unsigned int order,
+              KR_VAR_TYPE type,
+              unsigned char unique,
+              const Place& place,
+              unsigned int valueSize = 0) {
     SCOPED_TRACE(std::string(place.name) + " order " + std::to_string(order) + " type " +
-                 std::to_string(type) + " unique " + std::to_string(unique));
+                 std::to_string(type) + " unique " + std::to_string(unique) + " values " +
+                 std::to_string(valueSize));
     std::mt19937 rng(order * 31 + type + unique);
     krtest::TempDir dir;
     const std::string path = dir.file("m.kbt");
     KR_Btree t;
     KR_Array<KR_VAR_TYPE> types = schema({type});
     if (place.file) {
-        ASSERT_KR_OK(t.createFile(path.c_str(), types, order, unique));
+        ASSERT_KR_OK(t.createFile(path.c_str(), types, order, unique, valueSize));
         ASSERT_KR_OK(t.setCacheSize(place.cacheNodes, place.cacheBytes));
     } else {
-        ASSERT_KR_OK(t.create(types, order, unique));
+        ASSERT_KR_OK(t.create(types, order, unique, valueSize));
     }
+    std::string buffer(valueSize, '\0');
     Model model;
     auto makeKey = [&]() {
         unsigned int v = rng() % 600;
@@ -399,7 +446,14 @@ void runModel(unsigned int order, KR_VAR_TYPE type, unsigned char unique, const 
             bool present = unique ? range.first != range.second
                                   : std::any_of(range.first, range.second,
                                                 [&](auto& e) { return e.second == ref; });
-            ASSERT_KR_STATUS(present ? KR_RET_FALSE : KR_RET_TRUE, t.insert(k, ref));
+            std::string value = valueOf(k, type, ref, valueSize);
+            if (present && unique && valueSize != 0) {
+                // A present key takes the new ref and value.
+                ASSERT_KR_OK(t.update(k, ref, value.data()));
+                range.first->second = ref;
+                continue;
+            }
+            ASSERT_KR_STATUS(present ? KR_RET_FALSE : KR_RET_TRUE, t.insert(k, ref, value.data()));
             if (!present) {
                 auto at = range.first;
                 while (at != range.second && at->second < ref)
@@ -424,9 +478,13 @@ void runModel(unsigned int order, KR_VAR_TYPE type, unsigned char unique, const 
             if (!forward) --expect;
             KR_VarArr got = key1();
             unsigned long long gotRef;
-            ASSERT_KR_OK(t.getCur(got, gotRef));
+            ASSERT_KR_OK(t.getCur(got, gotRef, &buffer[0]));
             ASSERT_EQ(0, KR_btreeKeyComp(const_cast<KR_VarArr&>(expect->first), got));
             ASSERT_EQ(expect->second, gotRef);
+            ASSERT_EQ(valueOf(got, type, gotRef, valueSize), buffer);
+            unsigned long long found;
+            ASSERT_KR_OK(t.find(got, found, &buffer[0]));
+            ASSERT_EQ(valueOf(got, type, found, valueSize), buffer);
         }
         if (place.file && step % 500 == 0) {
             ASSERT_KR_OK(t.flush(0));
@@ -439,6 +497,7 @@ void runModel(unsigned int order, KR_VAR_TYPE type, unsigned char unique, const 
         if (step % 1000 == 0) {
             ASSERT_EQ(0u, problemsOf(t));
             expectSame(t, model);
+            expectValues(t, model, type);
         }
     }
     // Walked both ways by the cursor.
@@ -461,6 +520,9 @@ TEST(Btree, SeededModelAcrossOrdersAndKinds) {
                 runModel(order, type, unique, {"memory", false, 0, 0});
         }
     }
+    // Values move with their entries through splits, rotations and merges.
+    runModel(5, KR_VAR_STRING, 1, {"memory", false, 0, 0}, 13);
+    runModel(64, KR_VAR_UINT, 0, {"memory", false, 0, 0}, 1);
 }
 
 TEST(BtreeFile, SeededModelWithCachesAndReopen) {
@@ -473,6 +535,7 @@ TEST(BtreeFile, SeededModelWithCachesAndReopen) {
             runModel(order, KR_VAR_UINT, 1, place);
         }
     }
+    runModel(4, KR_VAR_STRING, 1, {"file, 16 nodes, values", true, 16, 0}, 100);
 }
 
 TEST(Btree, FailedAllocationsLeaveTheTreeAsItWas) {
@@ -590,6 +653,42 @@ TEST(BtreeFile, GoldenBytesAreTheSameEverywhere) {
     EXPECT_EQ("300 0 500 200 100 600 ", refs);
     KR_VarArr key = key1();
     EXPECT_KR_STATUS(KR_RET_ERR_CALL, t.insert(key, 1));  // read-only
+}
+
+TEST(BtreeFile, GoldenBytesOfValuesAreTheSameEverywhere) {
+    krtest::TempDir dir;
+    const std::string path = dir.file("values.kbt");
+    {
+        // Three-byte values after each key, and the value size in the header.
+        KR_Btree t;
+        KR_Array<KR_VAR_TYPE> types = schema({KR_VAR_STRING});
+        ASSERT_KR_OK(t.createFile(path.c_str(), types, 3, 1, 3));
+        const char* texts[] = {"m", "c", "x", "a", "q"};
+        for (const char* text : texts) {
+            KR_VarArr key = keyOf(text);
+            ASSERT_KR_OK(t.insert(key, text[0], (std::string(text) + "!?").c_str()));
+        }
+        KR_VarArr key = keyOf("c");
+        ASSERT_KR_OK(t.update(key, 7, "C.."));
+        ASSERT_KR_OK(t.close());
+    }
+    const std::string bytes = readBytes(path);
+    const std::string golden = std::string(KR_TEST_DATA_DIR) + "/btree_values.kbt";
+    if (getenv("KR_WRITE_GOLDEN") != nullptr) krtest::writeBytes(golden, bytes);
+    EXPECT_EQ(readBytes(golden), bytes);
+    KR_Btree t;
+    ASSERT_KR_OK(t.openFile(golden.c_str(), KR_FILE_MODE_READ));
+    EXPECT_EQ(3u, t.getValueSize());
+    EXPECT_EQ(0u, problemsOf(t));
+    std::string walked;
+    for (KR_RET_STATUS st = t.setCurFirst(); st == KR_RET_TRUE; st = t.setCurNext()) {
+        KR_VarArr key = key1();
+        unsigned long long ref;
+        char value[3];
+        ASSERT_KR_OK(t.getCur(key, ref, value));
+        walked += std::to_string(ref) + ":" + std::string(value, 3) + " ";
+    }
+    EXPECT_EQ("97:a!? 7:C.. 109:m!? 113:q!? 120:x!? ", walked);
 }
 
 TEST(BtreeFile, FailedWritesFallBackToTheLastFlush) {

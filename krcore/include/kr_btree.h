@@ -1,6 +1,7 @@
 // kr_btree.h — the B-tree index: compound variant keys mapped to 64-bit references.
 // KR_Btree is an ordered index of KR_VarArr keys of one fixed schema, each with a 64-bit
-// reference (a record number, an offset, a pointer-sized value), kept in memory. It offers
+// reference (a record number, an offset, a pointer-sized value) and, when the tree is made with
+// a value size, a value of that many bytes beside it; kept in memory or in a file. It offers
 // insert, find, remove, ordered cursors both ways, a pool of reserved nodes, an in-order and a
 // breadth-first walk, and a consistency check. KR_btreeKeyComp is the order it keeps. Reports
 // go under "src/kr_btree".
@@ -93,6 +94,9 @@ struct BtreeNode;
 // the schema's element types, position by position. A unique tree holds one entry per key; a
 // duplicate tree holds entries ordered by (key, ref). Keys are held in an order-preserving byte
 // form, so the tree compares them with memcmp and no key is a heap object of its own.
+// A tree made with valueSize > 0 keeps that many bytes with every entry, in its node: small
+// records (a row, a counter, a file position with its length) need no store of their own, and
+// finding or walking them reads no more than the nodes.
 //
 //   KR_Btree t;  t.create(types /* one KR_VAR_UINT */, 64, 1);
 //   t.insert(k /* 7 */, 70);  t.insert(k /* 3 */, 30);
@@ -113,19 +117,25 @@ public:
     // Reports KR_RET_ERR_NSUP and leaves this tree unchanged.
     KR_Btree& operator=(const KR_Btree& other);
 
-    // A new empty memory tree. keyTypes holds 1..255 types of 2..14; order 3..4096. Otherwise
-    // KR_RET_ERR_ARG; KR_RET_ERR_CALL when the tree is open.
-    KR_RET_STATUS create(KR_Array<KR_VAR_TYPE>& keyTypes, unsigned int order, unsigned char unique);
+    // A new empty memory tree. keyTypes holds 1..255 types of 2..14; order 3..4096; valueSize
+    // 0..65535 bytes of value with every entry (0: none). Otherwise KR_RET_ERR_ARG;
+    // KR_RET_ERR_CALL when the tree is open.
+    KR_RET_STATUS create(KR_Array<KR_VAR_TYPE>& keyTypes,
+                         unsigned int order,
+                         unsigned char unique,
+                         unsigned int valueSize = 0);
     // A new empty tree in a record file of kind "KRBT" (created or emptied), header in record 0;
     // pointer keys are KR_RET_ERR_NSUP there.
     KR_RET_STATUS createFile(const char* name,
                              KR_Array<KR_VAR_TYPE>& keyTypes,
                              unsigned int order,
-                             unsigned char unique);
+                             unsigned char unique,
+                             unsigned int valueSize = 0);
     KR_RET_STATUS createFile(const wchar_t* name,
                              KR_Array<KR_VAR_TYPE>& keyTypes,
                              unsigned int order,
-                             unsigned char unique);
+                             unsigned char unique,
+                             unsigned int valueSize = 0);
     // KR_FILE_MODE_READ or KR_FILE_MODE_UPDATE (others KR_RET_ERR_ARG). A record file of another
     // kind, or not a record file, answers KR_RET_FALSE without a report; a damaged header or
     // node KR_RET_ERR_FILE ("KR_Btree: corrupt header" / "KR_Btree: corrupt node").
@@ -147,12 +157,15 @@ public:
 
     // KR_RET_FALSE with nothing changed when the key (unique tree) or the pair (duplicate tree)
     // is there already. A key that does not match the schema, or holds a NaN, an infinity, a
-    // lone surrogate or a code point above U+10FFFF, is KR_RET_ERR_ARG.
-    KR_RET_STATUS insert(KR_VarArr& key, unsigned long long ref);
-    // The ref of the first entry with that key; KR_RET_FALSE when there is none.
-    KR_RET_STATUS find(KR_VarArr& key, unsigned long long& ref);
-    // Unique trees: replaces the ref (KR_RET_FALSE when absent). Duplicate trees: KR_RET_ERR_NSUP.
-    KR_RET_STATUS update(KR_VarArr& key, unsigned long long ref);
+    // lone surrogate or a code point above U+10FFFF, is KR_RET_ERR_ARG. value: the entry's
+    // getValueSize() bytes (null: zeros; not read when the tree has no values).
+    KR_RET_STATUS insert(KR_VarArr& key, unsigned long long ref, const void* value = nullptr);
+    // The ref of the first entry with that key, and its value into value (getValueSize() bytes)
+    // when value is not null; KR_RET_FALSE when there is none.
+    KR_RET_STATUS find(KR_VarArr& key, unsigned long long& ref, void* value = nullptr);
+    // Unique trees: replaces the ref and, when value is not null, the value (KR_RET_FALSE when
+    // absent). Duplicate trees: KR_RET_ERR_NSUP.
+    KR_RET_STATUS update(KR_VarArr& key, unsigned long long ref, const void* value = nullptr);
     // Removes the first entry with that key / exactly that pair; KR_RET_FALSE when absent.
     KR_RET_STATUS remove(KR_VarArr& key);
     KR_RET_STATUS removeEntry(KR_VarArr& key, unsigned long long ref);
@@ -182,8 +195,19 @@ public:
     //   keys 1.0, 1.0005, 2.0:  seekNear(1.0004, 0.001)  ->  the cursor on 1.0005
     KR_RET_STATUS seekNear(KR_VarArr& key, double tol);
     unsigned char curIsNull();
-    // key gets a copy of the current key; KR_RET_FALSE on a null cursor.
-    KR_RET_STATUS getCur(KR_VarArr& key, unsigned long long& ref);
+    // key gets a copy of the current key, value (when not null) its value; KR_RET_FALSE on a
+    // null cursor.
+    KR_RET_STATUS getCur(KR_VarArr& key, unsigned long long& ref, void* value = nullptr);
+    // The current entry where the tree holds it, without a copy: key and keyLen its key in the
+    // order-preserving byte form (two keys of the tree order as their bytes do under memcmp, a
+    // prefix first), value its getValueSize() bytes (null when the tree has none). The pointers
+    // stay valid until the next call on the tree. KR_RET_FALSE on a null cursor.
+    //   for (st = t.setCurFirst(); st == KR_RET_TRUE; st = t.setCurNext())
+    //       t.getCurBytes(k, kLen, ref, v);   // a scan that copies nothing it does not use
+    KR_RET_STATUS getCurBytes(const unsigned char*& key,
+                              unsigned int& keyLen,
+                              unsigned long long& ref,
+                              const unsigned char*& value);
 
     // Every entry in key order / every node level by level, left to right.
     KR_RET_STATUS traverse(KR_BTREE_ENTRY_FN fn, void* user);
@@ -196,6 +220,8 @@ public:
     unsigned int getOrder() { return order_; }
 
     unsigned char isUnique() { return unique_; }
+
+    unsigned int getValueSize() { return valueSize_; }
 
     unsigned int getHeight() { return height_; }
 
@@ -229,10 +255,14 @@ private:
     // Internal steps (kr_btree.cpp, kr_btreewalk.cpp, kr_btreefile.cpp).
     KR_RET_STATUS checkChange();
     KR_RET_STATUS releaseReservedFile();
-    KR_RET_STATUS checkTypes(KR_Array<KR_VAR_TYPE>& keyTypes, unsigned int order, bool inFile);
+    KR_RET_STATUS checkTypes(KR_Array<KR_VAR_TYPE>& keyTypes,
+                             unsigned int order,
+                             unsigned int valueSize,
+                             bool inFile);
     KR_RET_STATUS adoptTypes(KR_Array<KR_VAR_TYPE>& keyTypes,
                              unsigned int order,
-                             unsigned char unique);
+                             unsigned char unique,
+                             unsigned int valueSize);
     KR_RET_STATUS encodeProbe(KR_VarArr& key);
     int compareAt(const krInternal::BtreeNode* x,
                   unsigned int i,
@@ -275,7 +305,8 @@ private:
     KR_RET_STATUS createFileT(const Char* name,
                               KR_Array<KR_VAR_TYPE>& keyTypes,
                               unsigned int order,
-                              unsigned char unique);
+                              unsigned char unique,
+                              unsigned int valueSize);
     template <class Char>
     KR_RET_STATUS openFileT(const Char* name, KR_FILE_MODE mode);
     KR_RET_STATUS readHeader();
@@ -305,7 +336,9 @@ private:
     unsigned int tableSize_;         // ids below this have been handed out
     unsigned int tableCapacity_;     // slots of nodes_; grows by doubling
     unsigned int keyFixed_;          // byte length of every key when the schema has no text, else 0
-    unsigned int slotSize_;          // bytes per key slot in a node
+    unsigned int keySlot_;           // bytes of a slot's key part; the value follows
+    unsigned int valueSize_;         // bytes of value with every entry
+    unsigned int slotSize_;          // bytes per slot in a node: key part and value
     unsigned char* probe_;           // the encoded key of the current operation
     unsigned int probeLen_;
     unsigned int probeCapacity_;

@@ -58,11 +58,12 @@ KR_Btree& KR_Btree::operator=(const KR_Btree& other) {
 
 KR_RET_STATUS KR_Btree::create(KR_Array<KR_VAR_TYPE>& keyTypes,
                                unsigned int order,
-                               unsigned char unique) {
+                               unsigned char unique,
+                               unsigned int valueSize) {
     KR_setUserError(0);
-    KR_RET_STATUS st = checkTypes(keyTypes, order, false);
+    KR_RET_STATUS st = checkTypes(keyTypes, order, valueSize, false);
     if (KRI_FAILED(st)) return st;
-    st = adoptTypes(keyTypes, order, unique);
+    st = adoptTypes(keyTypes, order, unique, valueSize);
     if (KRI_FAILED(st)) return st;
     mode_ = 1;
     return KR_RET_TRUE;
@@ -79,7 +80,7 @@ KR_RET_STATUS KR_Btree::close() {
     return KRI_FAILED(st) ? st : KR_RET_TRUE;
 }
 
-KR_RET_STATUS KR_Btree::insert(KR_VarArr& key, unsigned long long ref) {
+KR_RET_STATUS KR_Btree::insert(KR_VarArr& key, unsigned long long ref, const void* value) {
     KR_setUserError(0);
     KR_RET_STATUS st = checkChange();
     if (KRI_FAILED(st)) return st;
@@ -197,13 +198,19 @@ KR_RET_STATUS KR_Btree::insert(KR_VarArr& key, unsigned long long ref) {
             memcpy(slot + 8, &block, sizeof(block));
         }
     }
+    if (valueSize_ != 0) {
+        if (value != nullptr) {
+            memcpy(slot + keySlot_, value, valueSize_);
+        } else {
+            memset(slot + keySlot_, 0, valueSize_);
+        }
+    }
     x->refs[i] = ref;
     ++x->n;
 
     // Split upward while a node overflows: keys 0..h-1 stay, key h moves up, the rest go to the
     // next acquired node.
     unsigned int next = depth == 0 ? 1 : 0;
-    unsigned char up[krInternal::kMaxKeyBytes];
     while (x->n == order_) {
         unsigned int h = order_ / 2;
         unsigned int moved = order_ - 1 - h;
@@ -212,15 +219,12 @@ KR_RET_STATUS KR_Btree::insert(KR_VarArr& key, unsigned long long ref) {
         moveEntries(y, 0, x, h + 1, moved, slotSize_);
         if (x->height > 1) moveChildren(y, 0, x, h + 1, moved + 1);
         y->n = moved;
-        memcpy(up, slotAt(x, h, slotSize_), slotSize_);
-        unsigned long long upRef = x->refs[h];
         x->n = h;
         ++nodeCount_;
         if (level == 0) {
             BtreeNode* r = acquired[next++];
             r->height = x->height + 1;
-            memcpy(slotAt(r, 0, slotSize_), up, slotSize_);
-            r->refs[0] = upRef;
+            moveEntries(r, 0, x, h, 1, slotSize_);
             r->children[0] = x->id;
             r->children[1] = y->id;
             r->n = 1;
@@ -234,8 +238,7 @@ KR_RET_STATUS KR_Btree::insert(KR_VarArr& key, unsigned long long ref) {
         unsigned int s = pathSlots_[level];
         moveEntries(p, s + 1, p, s, p->n - s, slotSize_);
         moveChildren(p, s + 2, p, s + 1, p->n - s);
-        memcpy(slotAt(p, s, slotSize_), up, slotSize_);
-        p->refs[s] = upRef;
+        moveEntries(p, s, x, h, 1, slotSize_);
         p->children[s + 1] = y->id;
         ++p->n;
         x = p;
@@ -246,7 +249,7 @@ KR_RET_STATUS KR_Btree::insert(KR_VarArr& key, unsigned long long ref) {
     return KR_RET_TRUE;
 }
 
-KR_RET_STATUS KR_Btree::find(KR_VarArr& key, unsigned long long& ref) {
+KR_RET_STATUS KR_Btree::find(KR_VarArr& key, unsigned long long& ref, void* value) {
     KR_setUserError(0);
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
     if (mode_ == 0) return KRI_FAIL(KR_RET_ERR_CALL);
@@ -262,10 +265,13 @@ KR_RET_STATUS KR_Btree::find(KR_VarArr& key, unsigned long long& ref) {
     unsigned int i = slots[depth - 1];
     if (compareAt(x, i, 0, false) != 0) return KR_RET_FALSE;
     ref = x->refs[i];
+    if (value != nullptr && valueSize_ != 0) {
+        memcpy(value, slotAt(x, i, slotSize_) + keySlot_, valueSize_);
+    }
     return KR_RET_TRUE;
 }
 
-KR_RET_STATUS KR_Btree::update(KR_VarArr& key, unsigned long long ref) {
+KR_RET_STATUS KR_Btree::update(KR_VarArr& key, unsigned long long ref, const void* value) {
     KR_setUserError(0);
     KR_RET_STATUS st = checkChange();
     if (KRI_FAILED(st)) return st;
@@ -280,6 +286,9 @@ KR_RET_STATUS KR_Btree::update(KR_VarArr& key, unsigned long long ref) {
     unsigned int i = pathSlots_[depth - 1];
     if (compareAt(x, i, 0, false) != 0) return KR_RET_FALSE;
     x->refs[i] = ref;
+    if (value != nullptr && valueSize_ != 0) {
+        memcpy(slotAt(x, i, slotSize_) + keySlot_, value, valueSize_);
+    }
     x->dirty = 1;
     return KR_RET_TRUE;
 }
@@ -472,6 +481,8 @@ KR_RET_STATUS KR_Btree::initDataMembers() {
     tableSize_ = 1;
     tableCapacity_ = 0;
     keyFixed_ = 0;
+    keySlot_ = 0;
+    valueSize_ = 0;
     slotSize_ = 0;
     probe_ = nullptr;
     probeLen_ = 0;
@@ -525,6 +536,7 @@ KR_RET_STATUS KR_Btree::checkChange() {
 
 KR_RET_STATUS KR_Btree::checkTypes(KR_Array<KR_VAR_TYPE>& keyTypes,
                                    unsigned int order,
+                                   unsigned int valueSize,
                                    bool inFile) {
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
     if (mode_ != 0) return KRI_FAIL(KR_RET_ERR_CALL);
@@ -533,6 +545,9 @@ KR_RET_STATUS KR_Btree::checkTypes(KR_Array<KR_VAR_TYPE>& keyTypes,
     if (order < kMinOrder || order > kMaxOrder || count == 0 || count > kMaxKeyElems) {
         return KRI_FAIL_MSG(KR_RET_ERR_ARG, "KR_Btree: bad order or key types", "%u, %u", order,
                             count);
+    }
+    if (valueSize > krInternal::kMaxValueSize) {
+        return KRI_FAIL_MSG(KR_RET_ERR_ARG, "KR_Btree: bad value size", "%u", valueSize);
     }
     for (unsigned int i = 0; i < count; ++i) {
         KR_VAR_TYPE type = keyTypes[i];
@@ -547,7 +562,8 @@ KR_RET_STATUS KR_Btree::checkTypes(KR_Array<KR_VAR_TYPE>& keyTypes,
 
 KR_RET_STATUS KR_Btree::adoptTypes(KR_Array<KR_VAR_TYPE>& keyTypes,
                                    unsigned int order,
-                                   unsigned char unique) {
+                                   unsigned char unique,
+                                   unsigned int valueSize) {
     unsigned int count = keyTypes.numElems();
     KR_setUserError(0);
     keyTypes_ = keyTypes;
@@ -559,7 +575,9 @@ KR_RET_STATUS KR_Btree::adoptTypes(KR_Array<KR_VAR_TYPE>& keyTypes,
     order_ = order;
     unique_ = unique != 0 ? 1 : 0;
     keyFixed_ = krInternal::btreeFixedKeySize(types_, count);
-    slotSize_ = keyFixed_ != 0 ? keyFixed_ : kSlotVar;
+    keySlot_ = keyFixed_ != 0 ? keyFixed_ : kSlotVar;
+    valueSize_ = valueSize;
+    slotSize_ = keySlot_ + valueSize_;
     size_t childrenAt = roundUp8(sizeof(BtreeNode)) + static_cast<size_t>(order_) * 8;
     nodeBytes_ = roundUp8(childrenAt + (static_cast<size_t>(order_) + 1) * 4) +
                  static_cast<size_t>(order_) * slotSize_;
@@ -597,7 +615,7 @@ int KR_Btree::compareAt(const BtreeNode* x,
                         unsigned long long ref,
                         bool withRef) const {
     unsigned int len;
-    const unsigned char* k = krInternal::slotKey(x, i, keyFixed_, len);
+    const unsigned char* k = krInternal::slotKey(x, i, keyFixed_, slotSize_, len);
     int c;
     if (keyFixed_ == 4) {
         unsigned int a = krInternal::loadBig32(probe_);

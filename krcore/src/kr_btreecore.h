@@ -19,7 +19,8 @@ namespace krInternal {
 
 // A node: n entries (refs and key slots) and, above the leaves, n + 1 children. Each array has
 // room for one entry more than the order allows, so that a node can overflow before it splits.
-// A key slot holds the key bytes themselves when every key has one length; otherwise a slot is
+// A slot holds an entry's key and, after it, the entry's value bytes when the tree has values.
+// The key part is the key bytes themselves when every key has one length; otherwise it is
 // kSlotVar bytes: the length at 0 and, at 8, the bytes when they fit kInlineKey or else a
 // pointer to a block of their own.
 struct BtreeNode {
@@ -40,24 +41,25 @@ struct BtreeNode {
 const unsigned int kSlotVar = 32;
 const unsigned int kInlineKey = kSlotVar - 8;
 const unsigned int kMaxHeight = 64;
-// The longest key without text: 255 elements of 8 bytes.
-const unsigned int kMaxKeyBytes = 2048;
+// The largest value an entry can carry.
+const unsigned int kMaxValueSize = 65535;
 
 inline unsigned int loadBig32(const unsigned char* p) {
     return (static_cast<unsigned int>(p[0]) << 24) | (static_cast<unsigned int>(p[1]) << 16) |
            (static_cast<unsigned int>(p[2]) << 8) | p[3];
 }
 
-// The key bytes of slot i and their length.
+// The key bytes of slot i and their length; stride is the slot size.
 inline const unsigned char* slotKey(const BtreeNode* x,
                                     unsigned int i,
                                     unsigned int fixed,
+                                    unsigned int stride,
                                     unsigned int& len) {
+    const unsigned char* slot = x->slots + static_cast<size_t>(i) * stride;
     if (fixed != 0) {
         len = fixed;
-        return x->slots + static_cast<size_t>(i) * fixed;
+        return slot;
     }
-    const unsigned char* slot = x->slots + static_cast<size_t>(i) * kSlotVar;
     memcpy(&len, slot, sizeof(len));
     if (len <= kInlineKey) return slot + 8;
     const unsigned char* block;
@@ -65,7 +67,8 @@ inline const unsigned char* slotKey(const BtreeNode* x,
     return block;
 }
 
-// Entry moves inside and between nodes: a slot moves with the key block it may own.
+// Entry moves inside and between nodes: a slot moves with its value and the key block it may
+// own.
 inline unsigned char* slotAt(BtreeNode* x, unsigned int i, unsigned int slotSize) {
     return x->slots + static_cast<size_t>(i) * slotSize;
 }

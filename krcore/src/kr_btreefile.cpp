@@ -2,11 +2,12 @@
 // Record 0 holds the header; every other used record of kind 2 is a node, numbered by its
 // record number. All numbers are little-endian; keys are stored in their order-preserving form.
 //   header: "KRBTREE\0", version 1.0.0 (3 x u32), order, flags (bit 0 unique), root, height,
-//           node count, entry count (u64), reserved count, reserved head, key length L, 0,
-//           then L element types (u32 each)
+//           node count, entry count (u64), reserved count, reserved head, key length L, value
+//           size V (0: none), then L element types (u32 each)
 //   node:   "KRBN", flags (u16, bit 0 on the reserved list), height (u16, 1 = leaf), n (u32,
 //           the next reserved id for a reserved node), n + 1 child ids above the leaves, then
-//           n entries: ref (u64), key length (u32, only for schemas with text), key bytes
+//           n entries: ref (u64), key length (u32, only for schemas with text), key bytes, V
+//           value bytes
 #include <string.h>
 
 #include "kr_alloc.h"
@@ -42,15 +43,17 @@ const char kNodeMagic[4] = {'K', 'R', 'B', 'N'};
 KR_RET_STATUS KR_Btree::createFile(const char* name,
                                    KR_Array<KR_VAR_TYPE>& keyTypes,
                                    unsigned int order,
-                                   unsigned char unique) {
-    return createFileT(name, keyTypes, order, unique);
+                                   unsigned char unique,
+                                   unsigned int valueSize) {
+    return createFileT(name, keyTypes, order, unique, valueSize);
 }
 
 KR_RET_STATUS KR_Btree::createFile(const wchar_t* name,
                                    KR_Array<KR_VAR_TYPE>& keyTypes,
                                    unsigned int order,
-                                   unsigned char unique) {
-    return createFileT(name, keyTypes, order, unique);
+                                   unsigned char unique,
+                                   unsigned int valueSize) {
+    return createFileT(name, keyTypes, order, unique, valueSize);
 }
 
 KR_RET_STATUS KR_Btree::openFile(const char* name, KR_FILE_MODE mode) {
@@ -96,14 +99,15 @@ template <class Char>
 KR_RET_STATUS KR_Btree::createFileT(const Char* name,
                                     KR_Array<KR_VAR_TYPE>& keyTypes,
                                     unsigned int order,
-                                    unsigned char unique) {
+                                    unsigned char unique,
+                                    unsigned int valueSize) {
     KR_setUserError(0);
-    KR_RET_STATUS st = checkTypes(keyTypes, order, true);
+    KR_RET_STATUS st = checkTypes(keyTypes, order, valueSize, true);
     if (KRI_FAILED(st)) return st;
     if (name == nullptr) return KRI_FAIL(KR_RET_ERR_ARG);
     file_ = krInternal::newObject<KR_FileBinaryRec>();
     if (file_ == nullptr) return KRI_FAIL_MSG(KR_RET_ERR_MEM, "KR_Btree allocation", KR_msg(0, 1));
-    st = adoptTypes(keyTypes, order, unique);
+    st = adoptTypes(keyTypes, order, unique, valueSize);
     if (!KRI_FAILED(st)) st = file_->create(name, kFileKind, 0, 1);
     if (!KRI_FAILED(st)) {
         unsigned int index = 0;
@@ -177,6 +181,8 @@ KR_RET_STATUS KR_Btree::readHeader() {
     }
     unsigned int order = reason == nullptr ? loadLe<unsigned int>(h + 20) : 0;
     if (reason == nullptr && (order < 3 || order > 4096)) reason = "bad order";
+    unsigned int valueSize = reason == nullptr ? loadLe<unsigned int>(h + 60) : 0;
+    if (valueSize > krInternal::kMaxValueSize) reason = "bad value size";
     if (reason != nullptr) {
         return KRI_FAIL_MSG(KR_RET_ERR_FILE, "KR_Btree: corrupt header", "%s", reason);
     }
@@ -189,7 +195,7 @@ KR_RET_STATUS KR_Btree::readHeader() {
         root >= records || reservedHead >= records) {
         return KRI_FAIL_MSG(KR_RET_ERR_FILE, "KR_Btree: corrupt header", "%s", "bad root");
     }
-    st = adoptTypes(types, order, loadLe<unsigned int>(h + 24) & 1);
+    st = adoptTypes(types, order, loadLe<unsigned int>(h + 24) & 1, valueSize);
     if (KRI_FAILED(st)) return st;
     st = growTable(records > tableSize_ ? records - tableSize_ : 0);
     if (KRI_FAILED(st)) return st;
@@ -221,6 +227,7 @@ KR_RET_STATUS KR_Btree::writeHeader() {
     storeLe<unsigned int>(io_ + 48, reservedCount_);
     storeLe<unsigned int>(io_ + 52, reservedHead_);
     storeLe<unsigned int>(io_ + 56, count);
+    storeLe<unsigned int>(io_ + 60, valueSize_);
     for (unsigned int i = 0; i < count; ++i) {
         storeLe<unsigned int>(io_ + kHeaderSize + 4 * i, static_cast<unsigned int>(types_[i]));
     }
@@ -315,6 +322,10 @@ KR_RET_STATUS KR_Btree::loadNode(unsigned int id, BtreeNode*& x) {
             reason = "bad key";
             break;
         }
+        if (size - at - len < valueSize_) {
+            reason = "truncated";
+            break;
+        }
         unsigned char* slot = krInternal::slotAt(x, i, slotSize_);
         if (keyFixed_ != 0) {
             memcpy(slot, b + at, len);
@@ -333,6 +344,8 @@ KR_RET_STATUS KR_Btree::loadNode(unsigned int id, BtreeNode*& x) {
             }
         }
         at += len;
+        memcpy(slot + keySlot_, b + at, valueSize_);
+        at += valueSize_;
         kept = i + 1;
     }
     if (reason == nullptr && !KRI_FAILED(st) && at != size) reason = "trailing bytes";
@@ -384,8 +397,8 @@ KR_RET_STATUS KR_Btree::writeNode(BtreeNode* x) {
     size_t size = kNodeHead + (x->height > 1 && !x->reserved ? 4 * (n + 1) : 0);
     for (unsigned int i = 0; i < n; ++i) {
         unsigned int len;
-        krInternal::slotKey(x, i, keyFixed_, len);
-        size += 8 + (keyFixed_ != 0 ? 0 : 4) + len;
+        krInternal::slotKey(x, i, keyFixed_, slotSize_, len);
+        size += 8 + (keyFixed_ != 0 ? 0 : 4) + len + valueSize_;
     }
     if (size > 0x7FFFFFF0u) return KRI_FAIL(KR_RET_ERR_ARG);
     KR_RET_STATUS st = ioRoom(static_cast<unsigned int>(size));
@@ -401,7 +414,7 @@ KR_RET_STATUS KR_Btree::writeNode(BtreeNode* x) {
     }
     for (unsigned int i = 0; i < n; ++i) {
         unsigned int len;
-        const unsigned char* key = krInternal::slotKey(x, i, keyFixed_, len);
+        const unsigned char* key = krInternal::slotKey(x, i, keyFixed_, slotSize_, len);
         storeLe<unsigned long long>(at, x->refs[i]);
         at += 8;
         if (keyFixed_ == 0) {
@@ -410,6 +423,8 @@ KR_RET_STATUS KR_Btree::writeNode(BtreeNode* x) {
         }
         memcpy(at, key, len);
         at += len;
+        memcpy(at, krInternal::slotAt(x, i, slotSize_) + keySlot_, valueSize_);
+        at += valueSize_;
     }
     st = file_->recWrite(x->id, io_, static_cast<unsigned int>(size));
     if (KRI_FAILED(st)) return fileFailed(st, false);

@@ -176,7 +176,7 @@ unsigned char KR_Btree::curIsNull() {
     return curDepth_ == 0 ? 1 : 0;
 }
 
-KR_RET_STATUS KR_Btree::getCur(KR_VarArr& key, unsigned long long& ref) {
+KR_RET_STATUS KR_Btree::getCur(KR_VarArr& key, unsigned long long& ref, void* value) {
     KR_setUserError(0);
     if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
     if (mode_ == 0) return KRI_FAIL(KR_RET_ERR_CALL);
@@ -189,6 +189,28 @@ KR_RET_STATUS KR_Btree::getCur(KR_VarArr& key, unsigned long long& ref) {
     st = decodeAt(x, i, key);
     if (KRI_FAILED(st)) return st;
     ref = x->refs[i];
+    if (value != nullptr && valueSize_ != 0) {
+        memcpy(value, krInternal::slotAt(x, i, slotSize_) + keySlot_, valueSize_);
+    }
+    return KR_RET_TRUE;
+}
+
+KR_RET_STATUS KR_Btree::getCurBytes(const unsigned char*& key,
+                                    unsigned int& keyLen,
+                                    unsigned long long& ref,
+                                    const unsigned char*& value) {
+    KR_setUserError(0);
+    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
+    if (mode_ == 0) return KRI_FAIL(KR_RET_ERR_CALL);
+    if (curDepth_ == 0) return KR_RET_FALSE;
+    ++opStamp_;
+    BtreeNode* x;
+    KR_RET_STATUS st = fetch(curNodes_[curDepth_ - 1], 0, x);
+    if (KRI_FAILED(st)) return st;
+    unsigned int i = curSlots_[curDepth_ - 1];
+    key = krInternal::slotKey(x, i, keyFixed_, slotSize_, keyLen);
+    ref = x->refs[i];
+    value = valueSize_ != 0 ? krInternal::slotAt(x, i, slotSize_) + keySlot_ : nullptr;
     return KR_RET_TRUE;
 }
 
@@ -372,7 +394,7 @@ KR_RET_STATUS KR_Btree::getNodeChild(unsigned int id, unsigned int index, unsign
 
 KR_RET_STATUS KR_Btree::decodeAt(const BtreeNode* x, unsigned int i, KR_VarArr& key) {
     unsigned int len;
-    const unsigned char* bytes = krInternal::slotKey(x, i, keyFixed_, len);
+    const unsigned char* bytes = krInternal::slotKey(x, i, keyFixed_, slotSize_, len);
     if (!key.objIsEnabled()) return KRI_FAIL(KR_RET_ERR_OBJ);
     KR_RET_STATUS st = krInternal::btreeDecodeKey(bytes, len, types_, keyTypes_.numElems(), key);
     if (KRI_FAILED(st)) return KRI_FAIL_MSG(KR_RET_ERR_MEM, "KR_Btree allocation", KR_msg(0, 1));
@@ -491,8 +513,8 @@ int KR_Btree::compareEntries(const BtreeNode* x,
                              unsigned int j) const {
     unsigned int lenX;
     unsigned int lenY;
-    const unsigned char* a = krInternal::slotKey(x, i, keyFixed_, lenX);
-    const unsigned char* b = krInternal::slotKey(y, j, keyFixed_, lenY);
+    const unsigned char* a = krInternal::slotKey(x, i, keyFixed_, slotSize_, lenX);
+    const unsigned char* b = krInternal::slotKey(y, j, keyFixed_, slotSize_, lenY);
     int c = memcmp(a, b, lenX < lenY ? lenX : lenY);
     if (c == 0) c = lenX < lenY ? -1 : (lenX > lenY ? 1 : 0);
     if (c != 0) return c < 0 ? -1 : 1;
