@@ -1,6 +1,7 @@
-// fuzz_btree.cpp — a B-tree file from any bytes: open, check, walk every entry both ways and
-// every node, with a small cache so that nodes are evicted and loaded again. Every walk must
-// end; an in-order walk of a tree that passed its check must be strictly ordered.
+// fuzz_btree.cpp — a B-tree file from any bytes: open, check, walk every entry both ways (the
+// backward walk reading each key's bytes and value) and every node, with a small cache so that
+// nodes are evicted and loaded again. Every walk must end; an in-order walk of a tree that passed
+// its check must be strictly ordered.
 #include "fuzz_support.h"
 
 namespace {
@@ -49,9 +50,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     tree.traverseBreadthFirst(node, nullptr);
     // A damaged tree may walk some entries more than once: the cursor walk stops at the count.
     unsigned long long back = 0;
+    unsigned int valueSize = tree.getValueSize();
     for (KR_RET_STATUS st = tree.setCurLast(); st == KR_RET_TRUE; st = tree.setCurPrev()) {
         if (++back > walk.count && checked == KR_RET_TRUE && walked == KR_RET_TRUE) abort();
         if (back > entries) break;
+        // Every byte of the key and the value handed out must be readable.
+        const unsigned char* key;
+        const unsigned char* value;
+        unsigned int keyLen;
+        unsigned long long ref;
+        if (tree.getCurBytes(key, keyLen, ref, value) != KR_RET_TRUE) abort();
+        unsigned int sum = 0;
+        for (unsigned int i = 0; i < keyLen; ++i)
+            sum += key[i];
+        for (unsigned int i = 0; i < valueSize; ++i)
+            sum += value[i];
+        if (sum == 0xFFFFFFFFu) abort();
     }
     return 0;
 }
