@@ -125,6 +125,10 @@ KR_RET_STATUS KR_FileBinaryRec::recRead(unsigned int index, KR_Memory& record) {
     if (!record.objIsEnabled()) return KRI_FAIL(KR_RET_ERR_OBJ);
     const KR_FileBinrecTblEntry& entry = table_[index];
     if (!(entry.state & KR_BINREC_USED)) return KR_RET_FALSE;
+    // Writes still buffered go out first: their failure is a failed write, which drops every
+    // change since the last commit, as it does where the write was asked for.
+    status = flush();
+    if (KRI_FAILED(status)) return rollBack(status);
     status = record.memGet(entry.size);
     if (KRI_FAILED(status)) return status;
     size_t got = 0;
@@ -389,6 +393,8 @@ KR_RET_STATUS KR_FileBinaryRec::recCheck(unsigned int& problems) {
     }
     if (onLists != reserved) found.add(KR_BINREC_NONE, "reserved entry not on the list");
     if (used != usedCount_) found.add(KR_BINREC_NONE, "used count wrong");
+    status = flush();  // as in recRead
+    if (KRI_FAILED(status)) return rollBack(status);
     KR_Memory record;
     for (unsigned int i = 0; i < count_; ++i) {
         if (!(table_[i].state & KR_BINREC_USED) || !(flags_ & KR_BINREC_FLAG_CRC)) continue;
