@@ -150,9 +150,9 @@ public:
     // Flushes a file tree, then frees everything; the tree is closed.
     KR_RET_STATUS close();
     // File trees: the node cache holds at most nodes nodes (0: no limit; below 16 counts as 16)
-    // and at most bytes bytes of node blocks (0: no limit). The limits are soft: the root, the
-    // nodes that the current operation or a walk holds, and the nodes changed since the last
-    // flush stay (changes reach the file only in flush).
+    // and at most bytes bytes of node blocks (0: no limit). The limits are soft: the root and
+    // the nodes that the current operation or a walk holds stay. A node changed since the last
+    // flush is written to the record file when it leaves, uncommitted until the next flush.
     KR_RET_STATUS setCacheSize(unsigned int nodes, unsigned long long bytes = 0);
 
     // KR_RET_FALSE with nothing changed when the key (unique tree) or the pair (duplicate tree)

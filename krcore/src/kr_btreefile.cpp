@@ -367,8 +367,9 @@ KR_RET_STATUS KR_Btree::loadNode(unsigned int id, BtreeNode*& x) {
 KR_RET_STATUS KR_Btree::makeRoom() {
     if (file_ == nullptr) return KR_RET_TRUE;
     // CLOCK in id order: a referenced node gets a second chance; nodes of the running
-    // operation, pinned nodes, the root and changed nodes stay. Changed nodes reach the file
-    // only in flush, so that the record file never holds half of a change of the tree.
+    // operation, pinned nodes and the root stay. A changed node is written before it goes:
+    // the record file holds it uncommitted until the next flush commits it with the rest, and
+    // a crash before that flush still opens at the last one.
     unsigned int steps = 2 * tableSize_;
     while ((cacheLimit_ != 0 && cacheCount_ >= cacheLimit_) ||
            (cacheByteLimit_ != 0 && cacheBytes_ + nodeBytes_ > cacheByteLimit_)) {
@@ -376,10 +377,7 @@ KR_RET_STATUS KR_Btree::makeRoom() {
         for (; steps != 0 && victim == nullptr; --steps) {
             if (++clockHand_ >= tableSize_) clockHand_ = 1;
             BtreeNode* x = nodes_[clockHand_];
-            if (x == nullptr || x->id == root_ || x->pins != 0 || x->stamp == opStamp_ ||
-                x->dirty) {
-                continue;
-            }
+            if (x == nullptr || x->id == root_ || x->pins != 0 || x->stamp == opStamp_) continue;
             if (x->referenced) {
                 x->referenced = 0;
                 continue;
@@ -387,6 +385,11 @@ KR_RET_STATUS KR_Btree::makeRoom() {
             victim = x;
         }
         if (victim == nullptr) return KR_RET_TRUE;  // the limit is soft
+        if (victim->dirty) {
+            // A failed write has taken the tree back to its last flush.
+            KR_RET_STATUS st = writeNode(victim);
+            if (KRI_FAILED(st)) return st;
+        }
         dropNode(victim->id);
     }
     return KR_RET_TRUE;
