@@ -233,6 +233,39 @@ TEST(RecordFile, ReuseWaitsForTheNextCommit) {
     EXPECT_KR_STATUS(KR_RET_ERR_FILE, file.recReadObj(0, out, version));
 }
 
+// Bit by bit, the definition: reflected 0xEDB88320, inverted before and after.
+unsigned int crcByBits(const std::string& bytes) {
+    unsigned int crc = 0xFFFFFFFFu;
+    for (unsigned char byte : bytes) {
+        crc ^= byte;
+        for (int k = 0; k < 8; ++k)
+            crc = (crc & 1) ? 0xEDB88320u ^ (crc >> 1) : crc >> 1;
+    }
+    return ~crc;
+}
+
+TEST(RecordFile, ChecksumsAreCrc32AtEveryLength) {
+    TempDir dir;
+    KR_FileBinaryRec file;
+    ASSERT_KR_OK(file.create(dir.file("c.rec").c_str(), 0, 0, 1));
+    EXPECT_EQ(0xCBF43926u, crcByBits("123456789"));
+    std::mt19937 rng(7);
+    std::vector<unsigned int> sizes;
+    for (unsigned int size = 0; size <= 300; ++size)
+        sizes.push_back(size);
+    sizes.insert(sizes.end(), {1023, 1024, 4097, 70001});
+    for (unsigned int size : sizes) {
+        std::string bytes(size, '\0');
+        for (char& c : bytes)
+            c = static_cast<char>(rng());
+        unsigned int at = 0;
+        KR_FileBinrecTblEntry entry;
+        ASSERT_KR_OK(file.recAppend(bytes.data(), size, at));
+        ASSERT_KR_OK(file.recGetEntry(at, entry));
+        ASSERT_EQ(crcByBits(bytes), entry.crc) << size;
+    }
+}
+
 TEST(RecordFile, SeededModelWithChecksAndReopens) {
     TempDir dir;
     const std::string path = dir.file("m.rec");

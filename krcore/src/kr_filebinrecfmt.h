@@ -52,41 +52,9 @@ const unsigned int kClasses = 33;
 // Reserved entries of a size class looked at for the closest fit.
 const unsigned int kFitScan = 32;
 
-// CRC-32 of zlib and PNG (reflected 0xEDB88320), sliced by 8: eight 256-entry tables made on
-// first use, eight bytes per step. Bytes are taken one by one, so the result does not depend
-// on the target's byte order.
-struct CrcTables {
-    unsigned int t[8][256];
-
-    CrcTables() {
-        for (unsigned int i = 0; i < 256; ++i) {
-            unsigned int c = i;
-            for (int k = 0; k < 8; ++k)
-                c = (c & 1) ? 0xEDB88320u ^ (c >> 1) : c >> 1;
-            t[0][i] = c;
-        }
-        for (unsigned int i = 0; i < 256; ++i) {
-            for (int k = 1; k < 8; ++k)
-                t[k][i] = (t[k - 1][i] >> 8) ^ t[0][t[k - 1][i] & 0xFF];
-        }
-    }
-};
-
-inline unsigned int crcUpdate(unsigned int crc, const void* data, size_t size) {
-    static const CrcTables tables;
-    const unsigned int(*t)[256] = tables.t;
-    const unsigned char* p = static_cast<const unsigned char*>(data);
-    crc = ~crc;
-    for (; size >= 8; size -= 8, p += 8) {
-        crc ^= p[0] | static_cast<unsigned int>(p[1]) << 8 | static_cast<unsigned int>(p[2]) << 16 |
-               static_cast<unsigned int>(p[3]) << 24;
-        crc = t[7][crc & 0xFF] ^ t[6][(crc >> 8) & 0xFF] ^ t[5][(crc >> 16) & 0xFF] ^
-              t[4][crc >> 24] ^ t[3][p[4]] ^ t[2][p[5]] ^ t[1][p[6]] ^ t[0][p[7]];
-    }
-    for (; size > 0; --size, ++p)
-        crc = t[0][(crc ^ *p) & 0xFF] ^ (crc >> 8);
-    return ~crc;
-}
+// CRC-32 of zlib and PNG (reflected 0xEDB88320) of size bytes, continuing from crc (0 to
+// start); kr_crc.cpp.
+unsigned int crcUpdate(unsigned int crc, const void* data, size_t size);
 
 inline long long align8(long long value) {
     return (value + 7) & ~7LL;
