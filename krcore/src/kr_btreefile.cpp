@@ -439,7 +439,13 @@ KR_RET_STATUS KR_Btree::appendNodes(BtreeNode** made, unsigned int count) {
     // Each new node gets its number from an empty leaf record now; its bytes follow on flush.
     unsigned char empty[kNodeHead] = {'K', 'R', 'B', 'N', 0, 0, 1, 0, 0, 0, 0, 0};
     unsigned int done = 0;
-    KR_RET_STATUS st = KR_RET_TRUE;
+    // Room in the cache for them first, from the nodes that this operation does not hold.
+    KR_RET_STATUS st = makeRoom();
+    if (KRI_FAILED(st)) {
+        for (unsigned int k = 0; k < count; ++k)
+            krInternal::freeBlock(made[k]);
+        return st;
+    }
     if (count > appendedCapacity_ - appendedCount_) {
         unsigned int capacity = appendedCapacity_ < 64 ? 64 : appendedCapacity_;
         while (capacity - appendedCount_ < count)
