@@ -177,21 +177,17 @@ unsigned char KR_Btree::curIsNull() {
 }
 
 KR_RET_STATUS KR_Btree::getCur(KR_VarArr& key, unsigned long long& ref, void* value) {
-    KR_setUserError(0);
-    if (!initialised_) return KRI_FAIL(KR_RET_ERR_POBJ);
-    if (mode_ == 0) return KRI_FAIL(KR_RET_ERR_CALL);
-    if (curDepth_ == 0) return KR_RET_FALSE;
-    ++opStamp_;
-    BtreeNode* x;
-    KR_RET_STATUS st = fetch(curNodes_[curDepth_ - 1], 0, x);
+    const unsigned char* bytes;
+    const unsigned char* stored;
+    unsigned int len;
+    unsigned long long found;
+    KR_RET_STATUS st = getCurBytes(bytes, len, found, stored);
+    if (st != KR_RET_TRUE) return st;
+    // getCurBytes has the node in memory.
+    st = decodeAt(node(curNodes_[curDepth_ - 1]), curSlots_[curDepth_ - 1], key);
     if (KRI_FAILED(st)) return st;
-    unsigned int i = curSlots_[curDepth_ - 1];
-    st = decodeAt(x, i, key);
-    if (KRI_FAILED(st)) return st;
-    ref = x->refs[i];
-    if (value != nullptr && valueSize_ != 0) {
-        memcpy(value, krInternal::slotAt(x, i, slotSize_) + keySlot_, valueSize_);
-    }
+    ref = found;
+    if (value != nullptr && stored != nullptr) memcpy(value, stored, valueSize_);
     return KR_RET_TRUE;
 }
 
