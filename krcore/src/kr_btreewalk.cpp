@@ -177,10 +177,10 @@ unsigned char KR_Btree::curIsNull() {
 }
 
 KR_RET_STATUS KR_Btree::getCur(KR_VarArr& key, unsigned long long& ref, void* value) {
-    const unsigned char* bytes;
-    const unsigned char* stored;
-    unsigned int len;
-    unsigned long long found;
+    const unsigned char* bytes = nullptr;
+    const unsigned char* stored = nullptr;
+    unsigned int len = 0;
+    unsigned long long found = 0;
     KR_RET_STATUS st = getCurBytes(bytes, len, found, stored);
     if (st != KR_RET_TRUE) return st;
     // getCurBytes has the node in memory.
