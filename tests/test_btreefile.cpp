@@ -2,6 +2,7 @@
 // reopen, golden bytes, failed writes and reads, crash replay and damaged files.
 #include <stdlib.h>
 
+#include <algorithm>
 #include <random>
 #include <string>
 #include <vector>
@@ -61,6 +62,31 @@ void fillUint(KR_Btree& t, const std::string& path, unsigned int order, unsigned
 }
 
 }  // namespace
+
+// The byte limit holds while changes wait for a flush: changed nodes leave the cache written.
+TEST(BtreeFile, CacheLimitHoldsBetweenFlushes) {
+    krtest::TempDir dir;
+    const std::string path = dir.file("l.kbt");
+    KR_Btree t;
+    KR_Array<KR_VAR_TYPE> types = schema({KR_VAR_UINT});
+    ASSERT_KR_OK(t.createFile(path.c_str(), types, 8, 1, 32));
+    ASSERT_KR_OK(t.setCacheSize(0, 16384));
+    unsigned long long most = 0;
+    std::string value(32, 'v');
+    for (unsigned int i = 0; i < 3000; ++i) {
+        KR_VarArr k = keyOf(i * 7919 % 3000);
+        ASSERT_KR_OK(t.insert(k, i, value.data()));
+        most = std::max(most, t.getCacheBytes());
+    }
+    EXPECT_GT(t.getNodeCount(), 300u);  // far more than 16 KiB holds
+    // One operation may hold its path and the nodes it makes beyond the limit, a few KiB here.
+    EXPECT_LT(most, 24u * 1024);
+    ASSERT_KR_OK(t.flush(0));
+    ASSERT_KR_OK(t.close());
+    ASSERT_KR_OK(t.openFile(path.c_str(), KR_FILE_MODE_READ));
+    EXPECT_EQ(0u, problemsOf(t));
+    EXPECT_EQ(3000u, entries(t).size());
+}
 
 TEST(BtreeFile, GoldenBytesAreTheSameEverywhere) {
     krtest::TempDir dir;

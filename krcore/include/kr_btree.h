@@ -231,6 +231,9 @@ public:
 
     unsigned int getRootId() { return root_; }
 
+    // File trees: the bytes of node blocks in the cache now; 0 for memory trees.
+    unsigned long long getCacheBytes() { return file_ != nullptr ? cacheBytes_ : 0; }
+
     KR_RET_STATUS getEntryCount(unsigned long long& count);
     KR_RET_STATUS getKeyTypes(KR_Array<KR_VAR_TYPE>& keyTypes);
 
