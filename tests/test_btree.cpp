@@ -41,6 +41,8 @@ TEST(Btree, CreateRefusesBadOrdersAndSchemas) {
             {"order 4096", schema({KR_VAR_STRINGW, KR_VAR_PTR}), 4096, KR_RET_TRUE},
             {"values of 65535 bytes", schema({KR_VAR_UINT}), 3, KR_RET_TRUE, 65535},
             {"values of 65536 bytes", schema({KR_VAR_UINT}), 3, KR_RET_ERR_ARG, 65536},
+            {"16 MiB of values in a node", schema({KR_VAR_UINT}), 4096, KR_RET_TRUE, 4096},
+            {"more in a node", schema({KR_VAR_UINT}), 4096, KR_RET_ERR_ARG, 4097},
     };
 
     krtest::ReportCapture capture;

@@ -369,6 +369,8 @@ TEST(BtreeFile, DamageIsFoundNotBelieved) {
             {"truncated", leaf, [](std::string& b) { b.pop_back(); }},
             {"bad order in the header", 0, [](std::string& b) { b[20] = 2; }},
             {"root beyond the file", 0, [](std::string& b) { b[31] = 1; }},
+            {"value size above 65535", 0, [](std::string& b) { b[62] = 1; }},
+            {"values the nodes do not hold", 0, [](std::string& b) { b[60] = 4; }},
     };
 
     krtest::ReportCapture capture;

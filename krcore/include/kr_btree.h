@@ -118,8 +118,8 @@ public:
     KR_Btree& operator=(const KR_Btree& other);
 
     // A new empty memory tree. keyTypes holds 1..255 types of 2..14; order 3..4096; valueSize
-    // 0..65535 bytes of value with every entry (0: none). Otherwise KR_RET_ERR_ARG;
-    // KR_RET_ERR_CALL when the tree is open.
+    // 0..65535 bytes of value with every entry (0: none), with order x valueSize at most 16 MiB.
+    // Otherwise KR_RET_ERR_ARG; KR_RET_ERR_CALL when the tree is open.
     KR_RET_STATUS create(KR_Array<KR_VAR_TYPE>& keyTypes,
                          unsigned int order,
                          unsigned char unique,

@@ -546,7 +546,7 @@ KR_RET_STATUS KR_Btree::checkTypes(KR_Array<KR_VAR_TYPE>& keyTypes,
         return KRI_FAIL_MSG(KR_RET_ERR_ARG, "KR_Btree: bad order or key types", "%u, %u", order,
                             count);
     }
-    if (valueSize > krInternal::kMaxValueSize) {
+    if (!krInternal::valueSizeFits(order, valueSize)) {
         return KRI_FAIL_MSG(KR_RET_ERR_ARG, "KR_Btree: bad value size", "%u", valueSize);
     }
     for (unsigned int i = 0; i < count; ++i) {

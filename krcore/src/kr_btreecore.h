@@ -41,8 +41,15 @@ struct BtreeNode {
 const unsigned int kSlotVar = 32;
 const unsigned int kInlineKey = kSlotVar - 8;
 const unsigned int kMaxHeight = 64;
-// The largest value an entry can carry.
+// The largest value an entry can carry, and the most value bytes a full node may hold (order x
+// value size), so that no header can make a node block larger than a few tens of MiB.
 const unsigned int kMaxValueSize = 65535;
+const unsigned long long kMaxNodeValueBytes = 1ULL << 24;
+
+inline bool valueSizeFits(unsigned int order, unsigned int valueSize) {
+    return valueSize <= kMaxValueSize &&
+           static_cast<unsigned long long>(order) * valueSize <= kMaxNodeValueBytes;
+}
 
 inline unsigned int loadBig32(const unsigned char* p) {
     return (static_cast<unsigned int>(p[0]) << 24) | (static_cast<unsigned int>(p[1]) << 16) |

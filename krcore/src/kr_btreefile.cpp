@@ -182,7 +182,9 @@ KR_RET_STATUS KR_Btree::readHeader() {
     unsigned int order = reason == nullptr ? loadLe<unsigned int>(h + 20) : 0;
     if (reason == nullptr && (order < 3 || order > 4096)) reason = "bad order";
     unsigned int valueSize = reason == nullptr ? loadLe<unsigned int>(h + 60) : 0;
-    if (valueSize > krInternal::kMaxValueSize) reason = "bad value size";
+    if (reason == nullptr && !krInternal::valueSizeFits(order, valueSize)) {
+        reason = "bad value size";
+    }
     if (reason != nullptr) {
         return KRI_FAIL_MSG(KR_RET_ERR_FILE, "KR_Btree: corrupt header", "%s", reason);
     }
