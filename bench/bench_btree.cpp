@@ -183,7 +183,7 @@ struct KrFileStore {
 
     void commit(unsigned char toDisk = 0) { tree.flush(toDisk); }
 
-    bool get(KR_VarArr& key, KR_Memory&) {
+    bool get(KR_VarArr& key) {
         unsigned long long ref = 0;
         return tree.find(key, ref, copy) == KR_RET_TRUE;
     }
@@ -258,7 +258,7 @@ struct SqliteStore {
 
     bool synced = false;
 
-    bool get(KR_VarArr& key, KR_Memory&) {
+    bool get(KR_VarArr& key) {
         const char* text = key[0];
         sqlite3_bind_blob(select, 1, text, 16, SQLITE_STATIC);
         bool found = sqlite3_step(select) == SQLITE_ROW && sqlite3_column_bytes(select, 0) > 0;
@@ -323,7 +323,7 @@ struct LmdbStore {
         mdb_txn_begin(env, nullptr, 0, &txn);
     }
 
-    bool get(KR_VarArr& key, KR_Memory&) {
+    bool get(KR_VarArr& key) {
         const char* text = key[0];
         MDB_val k{16, const_cast<char*>(text)}, v{0, nullptr};
         return mdb_get(txn, dbi, &k, &v) == 0 && v.mv_size == kValueSize;
@@ -383,11 +383,10 @@ void BM_ReadRandom(benchmark::State& state) {
     Keys& keys = Keys::get(true);
     Store& s = store<Store>(static_cast<unsigned long long>(state.range(0)));
     std::vector<unsigned int> order = shuffled(kFileCount, 3);
-    KR_Memory value;
     unsigned long long found = 0;
     for (auto _ : state) {
         for (unsigned int i = 0; i < kFileCount; ++i) {
-            found += s.get(keys.keys[order[i] % kFileCount], value);
+            found += s.get(keys.keys[order[i] % kFileCount]);
         }
     }
     if (found != static_cast<unsigned long long>(state.iterations()) * kFileCount) {

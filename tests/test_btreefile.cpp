@@ -61,6 +61,16 @@ void fillUint(KR_Btree& t, const std::string& path, unsigned int order, unsigned
     }
 }
 
+// The file at path must equal its committed copy in the test data (KR_WRITE_GOLDEN=1 writes
+// the copy anew); answers the copy's path.
+std::string expectGoldenBytes(const std::string& path, const char* name) {
+    const std::string bytes = readBytes(path);
+    const std::string golden = std::string(KR_TEST_DATA_DIR) + "/" + name;
+    if (getenv("KR_WRITE_GOLDEN") != nullptr) krtest::writeBytes(golden, bytes);
+    EXPECT_EQ(readBytes(golden), bytes);
+    return golden;
+}
+
 }  // namespace
 
 // The byte limit holds while changes wait for a flush: changed nodes leave the cache written.
@@ -112,10 +122,7 @@ TEST(BtreeFile, GoldenBytesAreTheSameEverywhere) {
         }
         ASSERT_KR_OK(t.close());
     }
-    const std::string bytes = readBytes(path);
-    const std::string golden = std::string(KR_TEST_DATA_DIR) + "/btree_small.kbt";
-    if (getenv("KR_WRITE_GOLDEN") != nullptr) krtest::writeBytes(golden, bytes);
-    EXPECT_EQ(readBytes(golden), bytes);
+    const std::string golden = expectGoldenBytes(path, "btree_small.kbt");
     KR_Btree t;
     ASSERT_KR_OK(t.openFile(golden.c_str(), KR_FILE_MODE_READ));
     EXPECT_EQ(0u, problemsOf(t));
@@ -147,10 +154,7 @@ TEST(BtreeFile, GoldenBytesOfValuesAreTheSameEverywhere) {
         ASSERT_KR_OK(t.update(key, 7, "C.."));
         ASSERT_KR_OK(t.close());
     }
-    const std::string bytes = readBytes(path);
-    const std::string golden = std::string(KR_TEST_DATA_DIR) + "/btree_values.kbt";
-    if (getenv("KR_WRITE_GOLDEN") != nullptr) krtest::writeBytes(golden, bytes);
-    EXPECT_EQ(readBytes(golden), bytes);
+    const std::string golden = expectGoldenBytes(path, "btree_values.kbt");
     KR_Btree t;
     ASSERT_KR_OK(t.openFile(golden.c_str(), KR_FILE_MODE_READ));
     EXPECT_EQ(3u, t.getValueSize());

@@ -525,7 +525,6 @@ KR_RET_STATUS KR_FileBinaryRec::writeRecord(long long offset, const void* data, 
 }
 
 // A reserved entry whose extent holds size bytes, taken off its list; KR_BINREC_NONE when none.
-// The list of size's own class is tried at its head only, larger classes always fit.
 unsigned int KR_FileBinaryRec::takeReserved(unsigned int size) {
     unsigned int first = sizeClass(size);
     // In size's own class the closest fit among the first few entries; above it any entry fits.
